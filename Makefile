@@ -1,0 +1,43 @@
+# Top-level targets.  Each works on a fresh Debian 12 machine as root.
+#   make deps     install missing Debian packages
+#   make build    configure and build (CMake, in build/)
+#   make install  deps + build + install into the server's directories
+#   make demo     the main job: install, private server, a sample session
+#   make check    install, then every test (unit, SQL suites, end to end)
+#   make bench    benchmarks; figures go to bench/results/
+SHELL := /bin/bash
+BUILD ?= build
+JOBS ?= $(shell nproc)
+
+DEB_PACKAGES = postgresql-15 postgresql-server-dev-15 libpq-dev libkrb5-dev \
+               cmake g++ make libgtest-dev wordnet-base
+
+.PHONY: deps build install demo check unit-tests sql-tests bench clean
+
+deps:
+	@missing=""; for p in $(DEB_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:$$missing"; \
+	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing >/dev/null; \
+	fi
+
+build: deps
+	cmake -S . -B $(BUILD) -DPG_CONFIG=/usr/lib/postgresql/15/bin/pg_config >/dev/null
+	cmake --build $(BUILD) -j $(JOBS)
+
+install: build
+	cmake --install $(BUILD) >/dev/null
+
+demo: install
+	tools/pgserver.sh tools/demo.sh
+
+check: install
+	tools/run-tests.sh $(BUILD)
+
+bench: install
+	tools/pgserver.sh bench/run.sh $(BUILD)
+
+clean:
+	rm -rf $(BUILD)

@@ -1,0 +1,161 @@
+#include "error.h"
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+
+namespace dt {
+
+namespace {
+
+struct CatalogueEntry {
+    const char *code;
+    const char *text;
+};
+
+// One readable message per code.  {NAME} is replaced by the parameter of
+// that name; a parameter that was not given leaves "?" in its place.
+const CatalogueEntry kCatalogue[] = {
+    {"XD001", "a dtree index must have exactly one column, not {NKEY}"},
+    {"XD002", "partial dtree indexes are not supported"},
+    {"XD003", "dtree index scans take only Contains, ContainsWords or DocLike conditions"},
+    {"XD004", "index entry has a missing or invalid heap row identifier"},
+    {"XD005", "index entry not found in the term tree"},
+    {"XD006", "index entry has a missing or invalid index row identifier"},
+    {"XD007", "index relation \"{TABLE_NAME}\" already has blocks; its meta page cannot be initialised"},
+    {"XD008", "no dtree operator class found for the indexed column"},
+    {"XD009", "composite type \"{COMP}\" does not exist"},
+    {"XD00A", "access method \"{AM}\" does not exist"},
+    {"XD00B", "unexpected query expression node of kind {OP}"},
+    {"XD00C", "could not open WordNet index \"{TABNAME}\""},
+    {"XD00D", "could not open WordNet index \"{TABNAME}\""},
+    {"XD00E", "could not start a scan of WordNet index \"{TABNAME}\""},
+    {"XD00F", "WordNet exception index entry has an invalid row identifier"},
+    {"XD00G", "WordNet exception row could not be fetched"},
+    {"XD00H", "could not open document \"{FILENAME}\""},
+    {"XD00I", "query ends where a word or \"(\" was expected"},
+    {"XD00J", "unbalanced parentheses in query"},
+    {"XD00K", "unknown query operator \"{OP}\" (expected and, or, andnot)"},
+    {"XD00L", "word longer than 1024 characters"},
+    {"XD00M", "could not create, open or examine server file \"{FILENAME}\""},
+    {"XD00N", "could not convert document \"{FILENAME}\" from \"{IN}\" to ASCII text"},
+    {"XD00O", "could not open file \"{FILENAME}\" with mode {MODE} and permissions {PERM}"},
+    {"XD00P", "could not read {SIZE} bytes of file \"{FILENAME}\""},
+    {"XD00Q", "term table string area has {GOT_LEN} bytes, expected {EXPECT_LEN}"},
+    {"XD00R", "term table entry count does not match (string area {GOT_LEN} bytes, expected {EXPECT_LEN})"},
+    {"XD00S", "could not write {SIZE} bytes to file \"{FILENAME}\""},
+    {"XD00T", "no conversion from \"{IN}\" to \"{OUT}\" (no path, or a step failed)"},
+    {"XD00U", "format specification has no \"format\" parameter"},
+    {"22T02", "invalid argument to {TYPE}: {STRING} is not a valid {SYNTAX}"},
+    {"TL001", "{NAME}: {OPERATION} failed"},
+    {"L0002", "{OBJECT} \"{OBJ_NAME}\" does not exist"},
+    {"LI003", "relation \"{TABLE_NAME}\" is not an index"},
+    {"M0001", "could not get a new buffer for relation \"{TABLE_NAME}\""},
+    {"U0001", "{ERRMSG}"},
+    {"Z0002", "{NAME}: could not open table \"{TABLE_NAME}\""},
+    {"Z0005", "could not open {CLASS} with identifier {VALUE}"},
+    {"P0016", "function \"{NAME}\"(text, text) does not exist"},
+};
+
+}  // namespace
+
+const char *CatalogueText(const std::string &code) {
+    for (const auto &e : kCatalogue)
+        if (code == e.code) return e.text;
+    return nullptr;
+}
+
+const std::vector<std::string> &CatalogueCodes() {
+    static const std::vector<std::string> codes = [] {
+        std::vector<std::string> v;
+        for (const auto &e : kCatalogue) v.emplace_back(e.code);
+        return v;
+    }();
+    return codes;
+}
+
+std::string FillMessage(const std::string &templ, const std::vector<ErrorParam> &params) {
+    std::string out;
+    for (size_t i = 0; i < templ.size(); ++i) {
+        if (templ[i] == '{') {
+            size_t end = templ.find('}', i);
+            if (end != std::string::npos) {
+                std::string name = templ.substr(i + 1, end - i - 1);
+                const std::string *val = nullptr;
+                for (const auto &p : params)
+                    if (p.name == name) { val = &p.value; break; }
+                out += val ? *val : "?";
+                i = end;
+                continue;
+            }
+        }
+        out += templ[i];
+    }
+    return out;
+}
+
+Error::Error(std::string code, std::vector<ErrorParam> params)
+    : code_(std::move(code)), params_(std::move(params)) {
+    const char *t = CatalogueText(code_);
+    if (t)
+        message_ = FillMessage(t, params_);
+    else
+        message_ = "error " + code_;
+}
+
+Error Error::User(std::string text, std::string sqlstate, std::string detail) {
+    Error e;
+    e.userDetail_ = std::move(detail);
+    e.code_ = std::move(sqlstate);
+    e.message_ = std::move(text);
+    e.user_ = true;
+    return e;
+}
+
+const std::string *Error::param(const std::string &name) const {
+    for (const auto &p : params_)
+        if (p.name == name) return &p.value;
+    return nullptr;
+}
+
+std::string Error::detail() const {
+    if (user_) return userDetail_;
+    std::string d;
+    for (const auto &p : params_) {
+        if (!d.empty()) d += ", ";
+        d += p.name + "=" + p.value;
+    }
+    return d;
+}
+
+namespace detail {
+
+std::pair<std::string, char> SplitParamSpec(const char *spec) {
+    const char *pct = std::strchr(spec, '%');
+    if (!pct) return {spec, 's'};
+    return {std::string(spec, pct - spec), pct[1] ? pct[1] : 's'};
+}
+
+std::string FormatValue(char conv, long long v) {
+    char buf[32];
+    if (conv == 'o')
+        std::snprintf(buf, sizeof buf, "%llo", v);
+    else if (conv == 'x')
+        std::snprintf(buf, sizeof buf, "%llx", v);
+    else
+        std::snprintf(buf, sizeof buf, "%lld", v);
+    return buf;
+}
+
+std::string FormatValue(char, const std::string &v) { return v; }
+std::string FormatValue(char, const char *v) { return v ? v : "(null)"; }
+
+}  // namespace detail
+
+void ErrorRaise(const char *code) { throw Error(code, {}); }
+
+void User_ErrorRaise(const std::string &text, const char *sqlstate) {
+    throw Error::User(text, sqlstate);
+}
+
+}  // namespace dt

@@ -1,0 +1,15 @@
+// Reading `doc` arguments and returning `doc` values.
+#pragma once
+
+#include "boundary.h"
+
+#include <string>
+
+namespace dt::pg {
+
+// The detoasted value of a doc argument (palloc'd or in place).
+const void *DocArg(FunctionCallInfo fcinfo, int n);
+// A palloc'd copy of built value bytes, as a Datum.
+Datum DocDatum(const std::string &bytes);
+
+}  // namespace dt::pg

@@ -1,0 +1,63 @@
+// The error catalogue from SQL: list it, and raise any of its codes.
+#include "boundary.h"
+
+extern "C" {
+#include "catalog/pg_type.h"
+#include "funcapi.h"
+#include "utils/array.h"
+#include "utils/lsyscache.h"
+}
+
+#include <vector>
+
+extern "C" {
+PG_FUNCTION_INFO_V1(pgdoc_dt_ErrorCatalogue);
+PG_FUNCTION_INFO_V1(pgdoc_dt_RaiseError);
+}
+
+// dt_ErrorCatalogue(): (code, message) for every code, with {NAME} places.
+Datum pgdoc_dt_ErrorCatalogue(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        const auto &codes = dt::CatalogueCodes();
+        ReturnSetInfo *rsinfo = (ReturnSetInfo *)fcinfo->resultinfo;
+        dt::pg::ServerCall([&] { InitMaterializedSRF(fcinfo, 0); });
+        for (const auto &code : codes) {
+            const char *text = dt::CatalogueText(code);
+            const char *c = code.c_str();
+            dt::pg::ServerCall([&] {
+                Datum values[2] = {CStringGetTextDatum(c), CStringGetTextDatum(text)};
+                bool nulls[2] = {false, false};
+                tuplestore_putvalues(rsinfo->setResult, rsinfo->setDesc, values, nulls);
+            });
+        }
+        return (Datum)0;
+    });
+}
+
+// dt_RaiseError(code, VARIADIC name/value pairs): raises the code exactly as
+// the module would, for conversion steps written in SQL and for tests.
+Datum pgdoc_dt_RaiseError(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        std::string code = dt::pg::TextToString(PG_GETARG_TEXT_PP(0));
+        if (!dt::CatalogueText(code))
+            dt::ErrorRaiseVA("22T02", "TYPE%s", "dt_RaiseError", "STRING%s", code, "SYNTAX%s",
+                             "error code of the document module");
+        std::vector<dt::ErrorParam> params;
+        if (PG_NARGS() > 1 && !PG_ARGISNULL(1)) {
+            ArrayType *arr = PG_GETARG_ARRAYTYPE_P(1);
+            Datum *elems;
+            bool *nulls;
+            int n;
+            dt::pg::ServerCall([&] {
+                deconstruct_array(arr, TEXTOID, -1, false, TYPALIGN_INT, &elems, &nulls, &n);
+            });
+            for (int i = 0; i + 1 < n; i += 2) {
+                std::string name = nulls[i] ? "" : dt::pg::TextToString(DatumGetTextPP(elems[i]));
+                std::string value =
+                    nulls[i + 1] ? "(null)" : dt::pg::TextToString(DatumGetTextPP(elems[i + 1]));
+                params.push_back({name, value});
+            }
+        }
+        throw dt::Error(code, params);
+    });
+}
