@@ -2,6 +2,10 @@
 #include "boundary.h"
 #include "module.h"
 
+#include <sys/stat.h>
+
+#include <cstdlib>
+
 extern "C" {
 #include "utils/guc.h"
 PG_MODULE_MAGIC;
@@ -12,6 +16,21 @@ namespace dt::pg {
 char *home_setting = nullptr;
 char *tmpdir_setting = nullptr;
 }  // namespace dt::pg
+
+std::string dt::pg::HomeDir() {
+    const char *env = getenv("VX_HOME");
+    if (env && *env) return env;
+    if (home_setting && *home_setting) return home_setting;
+    throw dt::Error::User("the document module has no home directory", "58P01",
+                          "VX_HOME is not set in the server's environment and document.home is empty.");
+}
+
+std::string dt::pg::TempDir() {
+    if (tmpdir_setting && *tmpdir_setting) return tmpdir_setting;
+    struct stat st;
+    if (stat("/usr/tmp", &st) == 0 && S_ISDIR(st.st_mode)) return "/usr/tmp";
+    return "/tmp";
+}
 
 void _PG_init(void) {
     DefineCustomStringVariable(

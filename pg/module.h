@@ -8,4 +8,10 @@ namespace dt::pg {
 extern char *home_setting;
 // document.tmpdir: the temporary directory ("" = /usr/tmp, else /tmp).
 extern char *tmpdir_setting;
+
+// The module's home: $VX_HOME of the server's environment, else the
+// document.home setting; neither set raises a clear error.
+std::string HomeDir();
+// The directory for temporary files (document.tmpdir, /usr/tmp or /tmp).
+std::string TempDir();
 }  // namespace dt::pg

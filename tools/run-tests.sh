@@ -36,7 +36,7 @@ if [ -n "$suites" ]; then
     cp -r tests/sql "$out/sqlin"
     chmod -R a+rwX "$out"
     tools/pgserver.sh "$REGRESS" --inputdir="$out/sqlin" --outputdir="$out/sqlout" \
-        --bindir="$PGBIN" --dbname=doc_regress --user=postgres $suites >"$out/sql.log" 2>&1
+        --bindir="$PGBIN" --dbname=doc_regress --user=postgres --load-extension=document $suites >"$out/sql.log" 2>&1
     cat "$out/sql.log" | grep -E '^(ok|not ok|test |     [a-z]| +[0-9]+ of|All|#)' | sed 's/^/  /'
     s_pass=$(grep -cE '^(ok |test .* \.\.\. ok)' "$out/sql.log")
     s_fail=$(grep -cE '^(not ok |test .* \.\.\. FAILED)' "$out/sql.log")
