@@ -12,7 +12,12 @@ JOBS ?= $(shell nproc)
 DEB_PACKAGES = postgresql-15 postgresql-server-dev-15 libpq-dev libkrb5-dev \
                cmake g++ make libgtest-dev wordnet-base
 
-.PHONY: deps build install demo check unit-tests sql-tests bench clean
+# The server's extension directories are shared by every build on the
+# machine, so installing and everything that uses the installed extension
+# run under one lock.
+LOCK = flock /tmp/document-install.lock
+
+.PHONY: deps build install demo check bench clean _install _demo _check _bench
 
 deps:
 	@missing=""; for p in $(DEB_PACKAGES); do \
@@ -28,15 +33,27 @@ build: deps
 	cmake --build $(BUILD) -j $(JOBS)
 
 install: build
+	$(LOCK) $(MAKE) --no-print-directory _install
+
+demo: build
+	$(LOCK) $(MAKE) --no-print-directory _demo
+
+check: build
+	$(LOCK) $(MAKE) --no-print-directory _check
+
+bench: build
+	$(LOCK) $(MAKE) --no-print-directory _bench
+
+_install:
 	cmake --install $(BUILD) >/dev/null
 
-demo: install
-	tools/pgserver.sh tools/demo.sh
+_demo: _install
+	DOC_BUILD=$(BUILD) tools/pgserver.sh tools/demo.sh
 
-check: install
+_check: _install
 	tools/run-tests.sh $(BUILD)
 
-bench: install
+_bench: _install
 	tools/pgserver.sh bench/run.sh $(BUILD)
 
 clean:
