@@ -69,3 +69,20 @@ Datum pgdoc_dt_DocOutputFunc(PG_FUNCTION_ARGS) {
         return CStringGetDatum(p);
     });
 }
+
+extern "C" {
+PG_FUNCTION_INFO_V1(pgdoc_dt_DocBytes);
+}
+
+// The whole stored value, its length word included, as bytea: byte n of
+// the result is byte n of the value.
+Datum pgdoc_dt_DocBytes(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        const void *v = dt::pg::DocArg(fcinfo, 0);
+        size_t len = VARSIZE(v);
+        bytea *out = (bytea *)dt::pg::ServerCall([&] { return palloc(len + VARHDRSZ); });
+        SET_VARSIZE(out, len + VARHDRSZ);
+        memcpy(VARDATA(out), v, len);
+        return PointerGetDatum(out);
+    });
+}

@@ -13,3 +13,7 @@ CREATE TYPE doc (
     STORAGE = extended
 );
 COMMENT ON TYPE doc IS 'a full-text document: spec:path literal, stored in the row, a large object or a server file';
+
+-- The stored bytes of a value, for inspecting its layout.
+CREATE FUNCTION dt_DocBytes(doc) RETURNS bytea
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_DocBytes' LANGUAGE C STRICT IMMUTABLE PARALLEL SAFE;
