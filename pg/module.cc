@@ -1,6 +1,7 @@
 // The extension's library: module magic and the settings it defines.
 #include "boundary.h"
 #include "module.h"
+#include "wordnet.h"
 
 #include <sys/stat.h>
 
@@ -42,5 +43,6 @@ void _PG_init(void) {
         "document.tmpdir", "Directory for the document module's temporary files.",
         "Defaults to /usr/tmp when it exists, else /tmp.", &dt::pg::tmpdir_setting, "",
         PGC_SUSET, 0, nullptr, nullptr, nullptr);
+    dt::pg::DefineTextAnalysisSettings();
     MarkGUCPrefixReserved("document");
 }

@@ -1,0 +1,370 @@
+// WordNet lookups by index scans, the open/close state, and the stem cache.
+#include "wordnet.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "boundary.h"
+#include "module.h"
+#include "stopwords.h"
+#include "tokenizer.h"
+
+extern "C" {
+#include "access/genam.h"
+#include "access/heapam.h"
+#include "access/htup_details.h"
+#include "access/relscan.h"
+#include "access/skey.h"
+#include "access/stratnum.h"
+#include "access/table.h"
+#include "access/tableam.h"
+#include "access/xact.h"
+#include "catalog/namespace.h"
+#include "catalog/pg_extension.h"
+#include "catalog/indexing.h"
+#include "executor/tuptable.h"
+#include "utils/fmgroids.h"
+#include "utils/guc.h"
+#include "utils/lsyscache.h"
+#include "utils/memutils.h"
+#include "utils/rel.h"
+#include "utils/snapmgr.h"
+}
+
+namespace dt::pg {
+
+namespace {
+
+// The state while open; allocated in the transaction's memory.
+struct DocWordnet {
+    Relation dwn_stemtable;      // the table of base forms
+    Relation dwn_stemindex;      // "wordnet_stems_index"
+    IndexScanDesc dwn_stemsd;    // scan on it, re-keyed for every lookup
+    TupleTableSlot *dwn_stemslot;
+    Relation dwn_exclindex;      // "wordnet_excl_index"
+    IndexScanDesc dwn_exclsd;
+    Relation dwn_excltable;      // "wordnet_excl"
+    TupleDesc dwn_idesc;         // its row descriptor
+    TupleTableSlot *dwn_exclslot;
+    Snapshot dwn_snapshot;       // registered for the time the scans are open
+    SubTransactionId dwn_subid;  // the subtransaction that opened
+    char dwn_key[VARHDRSZ + kMaxWordLen];  // the lookup key, a text value
+};
+
+DocWordnet *DocWordnetPtr = nullptr;
+int WordnetOpenCnt = 0;
+bool callbacks_registered = false;
+
+bool stem_cache_setting = true;
+StemCache stem_cache;
+// The state of the tables the cache was filled from ("" = unknown: no
+// caching while open).
+char cache_key[160];
+
+// ---- C-level server code: no C++ objects with destructors below ----------
+
+// The schema of the extension "document", or InvalidOid.
+Oid ExtensionNamespace() {
+    Oid nsp = InvalidOid;
+    Relation rel = table_open(ExtensionRelationId, AccessShareLock);
+    ScanKeyData key;
+    ScanKeyInit(&key, Anum_pg_extension_extname, BTEqualStrategyNumber, F_NAMEEQ,
+                CStringGetDatum("document"));
+    SysScanDesc scan = systable_beginscan(rel, ExtensionNameIndexId, true, nullptr, 1, &key);
+    HeapTuple tup = systable_getnext(scan);
+    if (HeapTupleIsValid(tup)) nsp = ((Form_pg_extension)GETSTRUCT(tup))->extnamespace;
+    systable_endscan(scan);
+    table_close(rel, AccessShareLock);
+    return nsp;
+}
+
+Oid RelidIn(Oid nsp, const char *name) {
+    if (!OidIsValid(nsp)) return InvalidOid;
+    return get_relname_relid(name, nsp);
+}
+
+void CloseWordnetC() {
+    DocWordnet *w = DocWordnetPtr;
+    DocWordnetPtr = nullptr;
+    WordnetOpenCnt = 0;
+    if (!w) return;
+    index_endscan(w->dwn_stemsd);
+    index_endscan(w->dwn_exclsd);
+    ExecDropSingleTupleTableSlot(w->dwn_stemslot);
+    ExecDropSingleTupleTableSlot(w->dwn_exclslot);
+    // Locks are kept to the end of the transaction, as for any relation read.
+    index_close(w->dwn_stemindex, NoLock);
+    index_close(w->dwn_exclindex, NoLock);
+    table_close(w->dwn_stemtable, NoLock);
+    table_close(w->dwn_excltable, NoLock);
+    UnregisterSnapshot(w->dwn_snapshot);
+    pfree(w);
+}
+
+void WordnetXactCallback(XactEvent event, void *) {
+    switch (event) {
+    case XACT_EVENT_PRE_COMMIT:
+    case XACT_EVENT_PARALLEL_PRE_COMMIT:
+    case XACT_EVENT_PRE_PREPARE:
+        // A caller that forgot to close: close properly before commit.
+        if (WordnetOpenCnt) CloseWordnetC();
+        break;
+    case XACT_EVENT_ABORT:
+    case XACT_EVENT_PARALLEL_ABORT:
+    case XACT_EVENT_COMMIT:
+    case XACT_EVENT_PARALLEL_COMMIT:
+    case XACT_EVENT_PREPARE:
+        // The server releases relations, scans and snapshot itself.
+        DocWordnetPtr = nullptr;
+        WordnetOpenCnt = 0;
+        break;
+    }
+}
+
+void WordnetSubXactCallback(SubXactEvent event, SubTransactionId mySubid,
+                            SubTransactionId parentSubid, void *) {
+    if (!WordnetOpenCnt || !DocWordnetPtr || DocWordnetPtr->dwn_subid != mySubid) return;
+    if (event == SUBXACT_EVENT_ABORT_SUB) {
+        DocWordnetPtr = nullptr;
+        WordnetOpenCnt = 0;
+    } else if (event == SUBXACT_EVENT_COMMIT_SUB) {
+        DocWordnetPtr->dwn_subid = parentSubid;
+    }
+}
+
+// Reads the version row of the WordNet tables (bumped by a trigger on every
+// change of them) under the scan snapshot, and names the state the cache
+// may hold: relation identifiers, then the row version's inserting
+// transaction, position and counter.  No row or no table: "".
+void ReadCacheKey(Oid nsp, Oid stemidx, Oid exclidx, Snapshot snap, char *out, size_t size) {
+    out[0] = '\0';
+    Oid vrel = RelidIn(nsp, "wordnet_version");
+    if (!OidIsValid(vrel)) return;
+    Relation rel = table_open(vrel, AccessShareLock);
+    TableScanDesc scan = table_beginscan(rel, snap, 0, nullptr);
+    HeapTuple tup = heap_getnext(scan, ForwardScanDirection);
+    if (tup) {
+        bool isnull;
+        Datum n = heap_getattr(tup, 1, RelationGetDescr(rel), &isnull);
+        if (!isnull)
+            snprintf(out, size, "%u/%u/%u/%u/%u/%u/%lld", vrel, stemidx, exclidx,
+                     HeapTupleHeaderGetRawXmin(tup->t_data),
+                     ItemPointerGetBlockNumber(&tup->t_self),
+                     (unsigned)ItemPointerGetOffsetNumber(&tup->t_self), (long long)DatumGetInt64(n));
+    }
+    table_endscan(scan);
+    table_close(rel, NoLock);
+}
+
+// Opens the relations and the scans.  Returns 0, or 1 when the stems index
+// is missing, 2 when the exception index is missing.
+int OpenWordnetC(char *key, size_t keysize) {
+    Oid nsp = ExtensionNamespace();
+    Oid stemidx = RelidIn(nsp, "wordnet_stems_index");
+    if (!OidIsValid(stemidx)) return 1;
+    Oid exclidx = RelidIn(nsp, "wordnet_excl_index");
+    if (!OidIsValid(exclidx)) return 2;
+
+    MemoryContext old = MemoryContextSwitchTo(CurTransactionContext);
+    DocWordnet *w = (DocWordnet *)palloc0(sizeof(DocWordnet));
+    w->dwn_subid = GetCurrentSubTransactionId();
+    w->dwn_stemindex = index_open(stemidx, AccessShareLock);
+    w->dwn_stemtable = table_open(w->dwn_stemindex->rd_index->indrelid, AccessShareLock);
+    w->dwn_exclindex = index_open(exclidx, AccessShareLock);
+    w->dwn_excltable = table_open(w->dwn_exclindex->rd_index->indrelid, AccessShareLock);
+    w->dwn_idesc = RelationGetDescr(w->dwn_excltable);
+    w->dwn_snapshot =
+        RegisterSnapshot(ActiveSnapshotSet() ? GetActiveSnapshot() : GetTransactionSnapshot());
+
+    // One key: attribute 1 equal (text equality, the index's "C" collation)
+    // to a dummy text; every lookup re-keys the scan.
+    SET_VARSIZE(w->dwn_key, VARHDRSZ + 1);
+    VARDATA(w->dwn_key)[0] = 'a';
+    ScanKeyData sk;
+    ScanKeyEntryInitialize(&sk, 0, 1, BTEqualStrategyNumber, InvalidOid,
+                           w->dwn_stemindex->rd_indcollation[0], F_TEXTEQ,
+                           PointerGetDatum(w->dwn_key));
+    w->dwn_stemsd = index_beginscan(w->dwn_stemtable, w->dwn_stemindex, w->dwn_snapshot, 1, 0);
+    index_rescan(w->dwn_stemsd, &sk, 1, nullptr, 0);
+    sk.sk_collation = w->dwn_exclindex->rd_indcollation[0];
+    w->dwn_exclsd = index_beginscan(w->dwn_excltable, w->dwn_exclindex, w->dwn_snapshot, 1, 0);
+    index_rescan(w->dwn_exclsd, &sk, 1, nullptr, 0);
+    w->dwn_stemslot = table_slot_create(w->dwn_stemtable, nullptr);
+    w->dwn_exclslot = table_slot_create(w->dwn_excltable, nullptr);
+
+    ReadCacheKey(nsp, stemidx, exclidx, w->dwn_snapshot, key, keysize);
+    MemoryContextSwitchTo(old);
+
+    DocWordnetPtr = w;
+    WordnetOpenCnt = 1;
+    return 0;
+}
+
+// Re-keys a scan with word and fetches the first visible hit.
+bool LookupC(IndexScanDesc scan, Relation index, TupleTableSlot *slot, char *key,
+             const char *word, size_t len) {
+    SET_VARSIZE(key, VARHDRSZ + len);
+    memcpy(VARDATA(key), word, len);
+    ScanKeyData sk;
+    ScanKeyEntryInitialize(&sk, 0, 1, BTEqualStrategyNumber, InvalidOid,
+                           index->rd_indcollation[0], F_TEXTEQ, PointerGetDatum(key));
+    index_rescan(scan, &sk, 1, nullptr, 0);
+    return index_getnext_slot(scan, ForwardScanDirection, slot);
+}
+
+// ---- C++ -------------------------------------------------------------------
+
+void RegisterCallbacks() {
+    if (callbacks_registered) return;
+    ServerCall([] {
+        RegisterXactCallback(WordnetXactCallback, nullptr);
+        RegisterSubXactCallback(WordnetSubXactCallback, nullptr);
+    });
+    callbacks_registered = true;
+}
+
+size_t CheckedLen(const char *word) {
+    size_t len = std::strlen(word);
+    if (len > (size_t)kMaxWordLen) ErrorRaise("XD00L");
+    return len;
+}
+
+bool IsBaseForm(const char *word) {
+    DocWordnet *w = DocWordnetPtr;
+    size_t len = CheckedLen(word);
+    return ServerCall([&] {
+        bool found = LookupC(w->dwn_stemsd, w->dwn_stemindex, w->dwn_stemslot, w->dwn_key, word, len);
+        ExecClearTuple(w->dwn_stemslot);
+        return found;
+    });
+}
+
+// The base form of an irregular form (the first hit only).
+bool ExceptionLookup(const char *word, std::string &base) {
+    DocWordnet *w = DocWordnetPtr;
+    size_t len = CheckedLen(word);
+    char buf[kMaxWordLen + 1];
+    // 0 no hit, 1 hit, 2 invalid row identifier, 3 no base form in the row
+    int status = ServerCall([&] {
+        int st = 0;
+        if (LookupC(w->dwn_exclsd, w->dwn_exclindex, w->dwn_exclslot, w->dwn_key, word, len)) {
+            if (!ItemPointerIsValid(&w->dwn_exclsd->xs_heaptid)) {
+                st = 2;
+            } else {
+                bool isnull;
+                Datum d = slot_getattr(w->dwn_exclslot, 2, &isnull);
+                if (isnull) {
+                    st = 3;
+                } else {
+                    text *t = DatumGetTextPP(d);
+                    size_t n = VARSIZE_ANY_EXHDR(t);
+                    if (n > (size_t)kMaxWordLen) n = kMaxWordLen;
+                    memcpy(buf, VARDATA_ANY(t), n);
+                    buf[n] = '\0';
+                    st = 1;
+                }
+            }
+        }
+        ExecClearTuple(w->dwn_exclslot);
+        return st;
+    });
+    if (status == 2) ErrorRaise("XD00F");
+    if (status == 3) ErrorRaise("XD00G");
+    if (status == 0) return false;
+    base = buf;
+    return true;
+}
+
+const MorphLexicon &ServerLexicon() {
+    static const MorphLexicon lex = [] {
+        MorphLexicon m;
+        m.isBaseForm = IsBaseForm;
+        m.exception = ExceptionLookup;
+        m.isStopWord = [](const char *w) { return _dt_IsStopWord(w); };
+        return m;
+    }();
+    return lex;
+}
+
+std::string StopWordPathFromHome() { return StopWordPath(); }
+
+}  // namespace
+
+int _dt_OpenWordnet() {
+    if (WordnetOpenCnt) return 1;
+    RegisterCallbacks();
+    char key[sizeof cache_key];
+    int rc = ServerCall([&] { return OpenWordnetC(key, sizeof key); });
+    if (rc == 1) ErrorRaiseVA("XD00C", "TABNAME%s", "wordnet_stems_index");
+    if (rc == 2) ErrorRaiseVA("XD00D", "TABNAME%s", "wordnet_excl_index");
+    snprintf(cache_key, sizeof cache_key, "%s", key);
+    StemCacheValidate(stem_cache, cache_key);
+    return 1;
+}
+
+int _dt_CloseWordnet() {
+    if (!WordnetOpenCnt) return 1;
+    ServerCall([] { CloseWordnetC(); });
+    return 1;
+}
+
+int _dt_ExcWordnet() {
+    DocWordnetPtr = nullptr;
+    WordnetOpenCnt = 0;
+    return 1;
+}
+
+bool WordnetIsOpen() { return WordnetOpenCnt != 0; }
+
+StemResult StemOneWord(const char *word) {
+    if (!WordnetOpenCnt) _dt_OpenWordnet();
+    CheckInterrupts();
+    CheckedLen(word);
+    bool useCache = stem_cache_setting && cache_key[0];
+    if (useCache) {
+        std::string w(word);
+        if (const StemResult *r = StemCacheFind(stem_cache, w)) return *r;
+        StemResult r = StemWordFull(ServerLexicon(), word);
+        StemCacheStore(stem_cache, w, r);
+        return r;
+    }
+    return StemWordFull(ServerLexicon(), word);
+}
+
+std::string MorphOneWord(const char *word, char *isStop) {
+    if (!WordnetOpenCnt) _dt_OpenWordnet();
+    CheckedLen(word);
+    return _dt_MorphWord(ServerLexicon(), word, isStop);
+}
+
+const StemHooks &ServerStemHooks() {
+    static const StemHooks hooks = [] {
+        StemHooks h;
+        h.isStopWord = [](const char *w) { return _dt_IsStopWord(w); };
+        h.stemWord = [](const char *w, std::string &stem) {
+            StemResult r = StemOneWord(w);
+            if (r.isStop) return false;
+            stem = r.stem;
+            return true;
+        };
+        return h;
+    }();
+    return hooks;
+}
+
+std::string StopWordPath() { return HomeDir() + "/extend/document/install/stopwords"; }
+
+StemCacheCounters StemCacheStats() {
+    return {(long long)stem_cache.map.size(), (long long)stem_cache.hits,
+            (long long)stem_cache.misses, (long long)stem_cache.resets};
+}
+
+void DefineTextAnalysisSettings() {
+    SetStopWordPathProvider(&StopWordPathFromHome);
+    DefineCustomBoolVariable(
+        "document.stem_cache", "Keeps the stems of words in a per-process cache.",
+        "The cache is emptied whenever the WordNet tables change.", &stem_cache_setting, true,
+        PGC_USERSET, 0, nullptr, nullptr, nullptr);
+}
+
+}  // namespace dt::pg

@@ -1,0 +1,50 @@
+// WordNet in the server: the three objects "wordnet_stems_index",
+// "wordnet_excl" and "wordnet_excl_index" of the extension's schema, read by
+// index scans while a stemming phase runs, and the per-process stem cache.
+//
+// Open/close: _dt_OpenWordnet opens the relations and both scans when
+// closed (no effect when open); _dt_CloseWordnet ends the scans and closes
+// them when open (no effect when closed).  Opens do not nest: an inner close
+// closes what an outer caller opened.  An error anywhere while open needs no
+// clean-up by the caller: the transaction (or subtransaction) abort marks
+// the state closed, and the server releases the relations, the scans'
+// buffers and the snapshot itself.
+#pragma once
+
+#include <string>
+
+#include "docdesc.h"
+#include "morph.h"
+
+namespace dt::pg {
+
+int _dt_OpenWordnet();
+int _dt_CloseWordnet();
+// Marks the state closed without touching the relations (error paths).
+int _dt_ExcWordnet();
+bool WordnetIsOpen();
+
+// Stems one lower-case word of at most 1024 characters with the open
+// tables, through the stem cache when it is usable.
+StemResult StemOneWord(const char *word);
+
+// _dt_MorphWord with the open tables (no cache).
+std::string MorphOneWord(const char *word, char *isStop);
+
+// The stem hooks of documents and texts: the process stop-word set and the
+// WordNet stemmer (which must be open while they are used).
+const StemHooks &ServerStemHooks();
+
+// The path of the stop-word list under the module's home.
+std::string StopWordPath();
+
+// Cache counters, for dt_StemCacheStats().
+struct StemCacheCounters {
+    long long entries, hits, misses, resets;
+};
+StemCacheCounters StemCacheStats();
+
+// Called once from _PG_init: settings and the stop-word location.
+void DefineTextAnalysisSettings();
+
+}  // namespace dt::pg
