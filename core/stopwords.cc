@@ -41,10 +41,13 @@ const WordHash &EnsureProcessStopWords() {
 }
 
 bool _dt_IsStopWord(const char *s) {
-    // The argument may be the tokenizer's buffer, which loading reuses.
+    // The argument may be the tokenizer's buffer, which loading reuses:
+    // keep a copy and put it back after loading.
     if (!process_set) {
         std::string saved(s);
-        return IsStopWordIn(EnsureProcessStopWords(), saved.c_str());
+        const WordHash &set = EnsureProcessStopWords();
+        if (saved != s) std::memcpy(const_cast<char *>(s), saved.c_str(), saved.size() + 1);
+        return IsStopWordIn(set, s);
     }
     return IsStopWordIn(*process_set, s);
 }
