@@ -105,3 +105,17 @@ SELECT resets > 0 AS cache_was_emptied FROM dt_StemCacheStats();
 SET document.stem_cache = off;
 SELECT StemWord('boxes'), StemWord('mice'), StripAndStemText('boxes churches');
 RESET document.stem_cache;
+
+-- The WordNet objects are found by name in the extension's schema; a
+-- missing one is a clear error.
+BEGIN;
+ALTER INDEX wordnet_stems_index RENAME TO wordnet_stems_index_away;
+SELECT StemWord('dogs');
+\echo :LAST_ERROR_SQLSTATE
+ROLLBACK;
+BEGIN;
+ALTER INDEX wordnet_excl_index RENAME TO wordnet_excl_index_away;
+SELECT StripAndStemText('dogs');
+\echo :LAST_ERROR_SQLSTATE
+ROLLBACK;
+SELECT StemWord('dogs');
