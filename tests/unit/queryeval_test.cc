@@ -425,3 +425,15 @@ TEST(QueryFuzz, PathologicalShapes) {
     // An even number of negations over (dog or ... cat): cat alone matches.
     EXPECT_TRUE(QueryMatches(t, d.Source()));
 }
+
+TEST(QueryEval, DocumentedExamples) {
+    const std::string text = "Two dogs chased a cat up the tree.";
+    const std::pair<const char *, bool> rows[] = {
+        {"dog", true},           {"dog and cat", true},          {"dog and !cat", false},
+        {"!cat and dog", false}, {"dog andnot cat", true},       {"bird or tree", true},
+        {"bird or tree and cat", true}, {"bird or (tree and mouse)", false},
+        {"!(bird or mouse)", true}, {"!!dog", true},             {"!!!dog", false},
+        {"dogs:5 and cats:2", true}, {"the", true},              {"!the", false},
+    };
+    for (const auto &r : rows) EXPECT_EQ(Contains(text, r.first), r.second) << r.first;
+}
