@@ -1,6 +1,7 @@
 #include "convpath.h"
 
 #include <cstring>
+#include <map>
 
 #include "formatspec.h"
 #include "tempname.h"
@@ -26,28 +27,63 @@ std::string path(const std::string &p) {
     return p.substr(0, slash);
 }
 
-namespace {
-std::optional<Funclist> Lookup(ConvTable &tab, const std::string &infmt, const std::string &outfmt) {
-    for (const Converter &cv : tab)
-        if (cv.cv_from == infmt && cv.cv_to == outfmt) return Funclist{cv.cv_conv};
-    if (tab.empty()) return std::nullopt;
-    for (size_t i = 0; i < tab.size(); i++) {
-        if (tab[i].cv_from != infmt || tab[i].cv_visited) continue;
-        tab[i].cv_visited = 1;
-        // Copy what the recursion needs: the row stays, but keep it simple.
-        std::string to = tab[i].cv_to;
-        if (auto rest = Lookup(tab, to, outfmt)) {
-            rest->insert(rest->begin(), tab[i].cv_conv);
-            return rest;
-        }
-    }
-    return std::nullopt;
-}
-}  // namespace
-
+// The recursive search, written with an explicit stack so that a long
+// chain of rows cannot exhaust the machine stack, and over two indexes of
+// the rows (first row per edge, rows per source format, both in table
+// order) so that its cost grows with n log n rather than n squared.  A
+// frame is one level of the recursion: the rows from its format and the
+// next of them to consider.
 std::optional<Funclist> _formatlookup(ConvTable &cvttab, const std::string &infmt,
                                       const std::string &outfmt) {
-    return Lookup(cvttab, infmt, outfmt);
+    std::map<std::string, size_t> direct;  // source format -> first row to outfmt
+    std::map<std::string, std::vector<size_t>> from;
+    for (size_t i = 0; i < cvttab.size(); i++) {
+        if (cvttab[i].cv_to == outfmt) direct.emplace(cvttab[i].cv_from, i);
+        from[cvttab[i].cv_from].push_back(i);
+    }
+    auto directEdge = [&](const std::string &fmt) -> long {
+        auto it = direct.find(fmt);
+        return it == direct.end() ? -1 : (long)it->second;
+    };
+    static const std::vector<size_t> none;
+    auto rowsFrom = [&](const std::string &fmt) -> const std::vector<size_t> & {
+        auto it = from.find(fmt);
+        return it == from.end() ? none : it->second;
+    };
+
+    long d = directEdge(infmt);
+    if (d >= 0) return Funclist{cvttab[d].cv_conv};
+    if (cvttab.empty()) return std::nullopt;
+    struct Frame {
+        const std::vector<size_t> *rows;
+        size_t next;
+    };
+    std::vector<Frame> frames{{&rowsFrom(infmt), 0}};
+    std::vector<size_t> taken;  // the row expanded at each level
+    while (!frames.empty()) {
+        Frame &top = frames.back();
+        const std::vector<size_t> &rows = *top.rows;
+        size_t k = top.next;
+        while (k < rows.size() && cvttab[rows[k]].cv_visited) k++;
+        if (k == rows.size()) {
+            frames.pop_back();  // no row from here leads on
+            if (!taken.empty()) taken.pop_back();
+            continue;
+        }
+        top.next = k + 1;
+        size_t i = rows[k];
+        cvttab[i].cv_visited = 1;
+        taken.push_back(i);
+        long e = directEdge(cvttab[i].cv_to);
+        if (e >= 0) {
+            Funclist fl;
+            for (size_t r : taken) fl.push_back(cvttab[r].cv_conv);
+            fl.push_back(cvttab[e].cv_conv);
+            return fl;
+        }
+        frames.push_back(Frame{&rowsFrom(cvttab[i].cv_to), 0});
+    }
+    return std::nullopt;
 }
 
 std::string _gettemptextname(const std::string &directory, const std::string &outspec) {

@@ -104,7 +104,9 @@ struct ConvScan {
 void BeginConvScan(ConvScan *cs) {
     Snapshot snap = ActiveSnapshotSet() ? GetActiveSnapshot() : GetTransactionSnapshot();
     cs->slot = table_slot_create(cs->rel, NULL);
-    cs->scan = table_beginscan(cs->rel, snap, 0, NULL);
+    // Rows are read in physical order from the first block: no synchronized
+    // scan, which could start in the middle of the table.
+    cs->scan = table_beginscan_strat(cs->rel, snap, 0, NULL, true, false);
 }
 
 // The next row's three columns as palloc'd strings (NULL for a null column).

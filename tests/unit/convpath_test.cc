@@ -383,3 +383,59 @@ TEST(DocParams, FormatNameOfAList) {
     EXPECT_EQ(DocFormatName("wordperfect"), "wordperfect");
     EXPECT_EQ(DocFormatName("nocopy,format"), "");
 }
+
+// ---- the search against a plain recursive reading of its rules -------------------------
+
+namespace {
+std::optional<Funclist> Reference(ConvTable &t, const std::string &in, const std::string &out) {
+    for (auto &cv : t)
+        if (cv.cv_from == in && cv.cv_to == out) return Funclist{cv.cv_conv};
+    if (t.empty()) return std::nullopt;
+    for (size_t i = 0; i < t.size(); i++) {
+        if (t[i].cv_from != in || t[i].cv_visited) continue;
+        t[i].cv_visited = 1;
+        if (auto rest = Reference(t, t[i].cv_to, out)) {
+            rest->insert(rest->begin(), t[i].cv_conv);
+            return rest;
+        }
+    }
+    return std::nullopt;
+}
+}  // namespace
+
+TEST(FormatLookup, AgreesWithTheRecursiveRulesOnRandomTables) {
+    unsigned seed = 12345;
+    auto next = [&seed] {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 16) & 0x7FFF;
+    };
+    const char *names[] = {"a", "b", "c", "d", "e", "f"};
+    int found = 0;
+    for (int round = 0; round < 3000; round++) {
+        ConvTable t;
+        int rows = next() % 12;
+        for (int r = 0; r < rows; r++)
+            t.push_back(Converter{names[next() % 6], names[next() % 6], 0, "s" + std::to_string(r)});
+        std::string in = names[next() % 6], out = names[next() % 6];
+        ConvTable u = t;
+        auto got = _formatlookup(t, in, out);
+        auto want = Reference(u, in, out);
+        ASSERT_EQ(got.has_value(), want.has_value()) << round;
+        if (got) {
+            ASSERT_EQ(*got, *want) << round;
+            found++;
+        }
+        for (size_t i = 0; i < t.size(); i++) ASSERT_EQ(t[i].cv_visited, u[i].cv_visited) << round;
+    }
+    EXPECT_GT(found, 500);
+}
+
+TEST(FormatLookup, LongChainDoesNotExhaustTheStack) {
+    ConvTable t;
+    const int n = 200000;
+    for (int i = 0; i < n; i++)
+        t.push_back(Converter{"f" + std::to_string(i), "f" + std::to_string(i + 1), 0, "s"});
+    auto fl = _formatlookup(t, "f0", "f" + std::to_string(n));
+    ASSERT_TRUE(fl);
+    EXPECT_EQ(fl->size(), (size_t)n);
+}
