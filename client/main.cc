@@ -302,20 +302,24 @@ int main(int argc, char **argv) {
     sigaction(SIGINT, &sa, nullptr);
 
     int rc = 0;
-    for (size_t k = 0; k < texts.size() && rc == 0; k++) {
+    for (size_t k = 0; k < texts.size() && (rc == 0 || o.continueOnError); k++) {
+        if (PQstatus(conn) == CONNECTION_BAD) break;
         const Script &s = o.scripts[k];
         for (const Statement &st : SplitStatements(texts[k])) {
             if (st.meta) {
                 std::fprintf(stderr, "docsql: %s:%d: psql meta-commands are not supported: %s\n",
                              s.kind == Script::Command ? "-c" : s.text.c_str(), st.line, st.text.c_str());
                 rc = kExitStatement;
+                if (o.continueOnError) continue;
                 break;
             }
             if (!Run(conn, st.text, o)) {
+                rc = kExitStatement;
+                if (PQstatus(conn) == CONNECTION_BAD) break;
+                if (o.continueOnError) continue;
                 if (s.kind == Script::File)
                     std::fprintf(stderr, "docsql: stopped at %s:%d\n", s.text == "-" ? "<stdin>" : s.text.c_str(),
                                  st.line);
-                rc = kExitStatement;
                 break;
             }
         }

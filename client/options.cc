@@ -17,6 +17,7 @@ const Spec kSpecs[] = {
     {'F', "field-separator", true}, {'e', "echo-queries", false}, {'X', "no-psqlrc", false},
     {'w', "no-password", false}, {'W', "password", false},     {'?', "help", false},
     {'V', "version", false},     {0, "trace-channel", false},  {0, "no-progress", false}, {0, "extended-protocol", false},
+    {0, "continue-on-error", false},
 };
 
 const Spec *FindShort(char c) {
@@ -51,6 +52,7 @@ void Apply(const Spec &s, const std::string &value, Options &o) {
     else if (name == "trace-channel") o.traceChannel = true;
     else if (name == "no-progress") o.noProgress = true;
     else if (name == "extended-protocol") o.extended = true;
+    else if (name == "continue-on-error") o.continueOnError = true;
     // no-psqlrc: accepted for habit's sake; docsql reads no start-up file.
 }
 
@@ -154,11 +156,13 @@ std::string UsageText() {
            "      --trace-channel      report every client file transfer on standard error\n"
            "      --no-progress        never show a progress bar\n"
            "      --extended-protocol  send statements with the extended query protocol\n"
+           "      --continue-on-error  run the remaining statements after an error\n"
            "  -V, --version            print the version and exit\n"
            "  -?, --help               print this help and exit\n"
            "\n"
-           "docsql stops at the first error.  Exit status: 0 success, 1 bad usage or\n"
-           "unreadable script, 2 no connection, 3 a statement failed.\n";
+           "docsql stops at the first error unless --continue-on-error is given.\n"
+           "Exit status: 0 success, 1 bad usage or unreadable script, 2 no connection,\n"
+           "3 a statement failed.\n";
 }
 
 }  // namespace docsql

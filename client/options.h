@@ -22,6 +22,7 @@ struct Options {
     bool echo = false;                      // -e: print each statement first
     bool traceChannel = false;              // --trace-channel: log transfers on stderr
     bool noProgress = false;                // --no-progress
+    bool continueOnError = false;           // --continue-on-error: run every statement
     bool extended = false;                  // --extended-protocol: send each statement with Parse/Bind/Execute
     bool forcePassword = false;             // -W
     bool neverPassword = false;             // -w
