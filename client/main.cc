@@ -181,6 +181,7 @@ bool Run(PGconn *conn, const std::string &sql, const Options &o) {
     g_channel.error.clear();
     g_running = 1;
     bool ok = true;
+    bool copiedOut = false;  // like psql: no "COPY n" after data sent to standard output
     int sent = o.extended ? PQsendQueryParams(conn, sql.c_str(), 0, nullptr, nullptr, nullptr, nullptr, 0)
                           : PQsendQuery(conn, sql.c_str());
     if (!sent) {
@@ -196,6 +197,7 @@ bool Run(PGconn *conn, const std::string &sql, const Options &o) {
             case PGRES_COPY_OUT: {
                 char *buf;
                 int n;
+                copiedOut = true;
                 while ((n = PQgetCopyData(conn, &buf, 0)) > 0) {
                     std::fwrite(buf, 1, (size_t)n, stdout);
                     PQfreemem(buf);
@@ -209,7 +211,7 @@ bool Run(PGconn *conn, const std::string &sql, const Options &o) {
                 break;
             }
             case PGRES_COMMAND_OK:
-                if (!o.quiet) std::printf("%s\n", PQcmdStatus(res));
+                if (!o.quiet && !copiedOut) std::printf("%s\n", PQcmdStatus(res));
                 break;
             case PGRES_EMPTY_QUERY:
                 break;

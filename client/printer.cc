@@ -81,9 +81,9 @@ std::string FormatTable(const Table &t, const PrintOptions &o) {
     if (o.unaligned) return Unaligned(t, o);
     size_t ncol = t.headers.size();
     std::vector<int> width(ncol, 0);
-    if (!o.tuplesOnly)
-        for (size_t c = 0; c < ncol; c++)
-            for (const auto &l : Lines(t.headers[c])) width[c] = std::max(width[c], DisplayWidth(l));
+    // Like psql, the headers count even when they are not printed.
+    for (size_t c = 0; c < ncol; c++)
+        for (const auto &l : Lines(t.headers[c])) width[c] = std::max(width[c], DisplayWidth(l));
     // Cells split into lines once.
     std::vector<std::vector<std::vector<std::string>>> cells;
     for (const auto &row : t.rows) {

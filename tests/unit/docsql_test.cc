@@ -118,6 +118,8 @@ TEST(Printer, UnalignedAndTuplesOnly) {
     PrintOptions a;
     a.tuplesOnly = true;
     EXPECT_EQ(FormatTable(t, a), " x | 1\n\n");
+    t.headers = {"long", "b"};
+    EXPECT_EQ(FormatTable(t, a), " x    | 1\n\n");  // psql sizes by the headers too
 }
 
 TEST(Printer, WidthCountsCharactersNotBytes) {
