@@ -1,6 +1,8 @@
 // The extension's library: module magic and the settings it defines.
 #include "boundary.h"
 #include "module.h"
+#include "clientchannel.h"
+#include "tempfile.h"
 #include "wordnet.h"
 
 #include <sys/stat.h>
@@ -43,6 +45,11 @@ void _PG_init(void) {
         "document.tmpdir", "Directory for the document module's temporary files.",
         "Defaults to /usr/tmp when it exists, else /tmp.", &dt::pg::tmpdir_setting, "",
         PGC_SUSET, 0, nullptr, nullptr, nullptr);
+    DefineCustomBoolVariable(
+        "document.client_channel", "The client serves client files (set by docsql when it connects).",
+        "When on, the server may read files from the client and write files to it during a statement.",
+        &dt::pg::client_channel_setting, false, PGC_USERSET, 0, nullptr, nullptr, nullptr);
     dt::pg::DefineTextAnalysisSettings();
     MarkGUCPrefixReserved("document");
+    dt::pg::TempFileInit();
 }

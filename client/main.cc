@@ -1,0 +1,333 @@
+// docsql: runs SQL from its arguments, files or standard input against
+// PostgreSQL, prints the results like psql, and serves the document
+// module's client files.
+#include <libpq-fe.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "channel.h"
+#include "clientproto.h"
+#include "options.h"
+#include "printer.h"
+#include "splitter.h"
+
+using namespace docsql;
+
+namespace {
+
+constexpr int kExitUsage = 1, kExitConnect = 2, kExitStatement = 3;
+
+Channel g_channel;
+volatile sig_atomic_t g_running = 0;
+
+void OnSigint(int) {
+    if (!g_running) {
+        const char nl = '\n';
+        (void)!write(STDERR_FILENO, &nl, 1);
+        _exit(130);
+    }
+    g_interrupted = 1;
+    // During a pull the refusal of the copy-in stops the statement.
+    if (!g_inPull && g_channel.cancel) {
+        char err[256];
+        PQcancel(g_channel.cancel, err, sizeof err);
+    }
+}
+
+std::string ReadPassword(const std::string &user) {
+    int fd = open("/dev/tty", O_RDWR | O_CLOEXEC);
+    if (fd < 0) return "";
+    std::string prompt = "Password for user " + user + ": ";
+    (void)!write(fd, prompt.data(), prompt.size());
+    struct termios old, quiet;
+    bool tty = tcgetattr(fd, &old) == 0;
+    if (tty) {
+        quiet = old;
+        quiet.c_lflag &= ~(tcflag_t)ECHO;
+        tcsetattr(fd, TCSAFLUSH, &quiet);
+    }
+    std::string pw;
+    char c;
+    while (read(fd, &c, 1) == 1 && c != '\n') pw += c;
+    if (tty) tcsetattr(fd, TCSAFLUSH, &old);
+    (void)!write(fd, "\n", 1);
+    close(fd);
+    return pw;
+}
+
+PGconn *Connect(const Options &o) {
+    std::vector<std::pair<std::string, std::string>> kv;
+    std::string options;
+    const std::string &db = o.dbname;
+    bool conninfo = db.find('=') != std::string::npos || db.rfind("postgresql://", 0) == 0 ||
+                    db.rfind("postgres://", 0) == 0;
+    if (conninfo) {
+        char *err = nullptr;
+        PQconninfoOption *parsed = PQconninfoParse(db.c_str(), &err);
+        if (!parsed) {
+            std::fprintf(stderr, "docsql: invalid connection string: %s", err ? err : "\n");
+            PQfreemem(err);
+            return nullptr;
+        }
+        for (PQconninfoOption *p = parsed; p->keyword; p++) {
+            if (!p->val) continue;
+            if (std::strcmp(p->keyword, "options") == 0)
+                options = p->val;
+            else
+                kv.emplace_back(p->keyword, p->val);
+        }
+        PQconninfoFree(parsed);
+    } else if (!db.empty()) {
+        kv.emplace_back("dbname", db);
+    }
+    if (options.empty() && getenv("PGOPTIONS")) options = getenv("PGOPTIONS");
+    // Declares that this client serves client files.
+    options += std::string(options.empty() ? "" : " ") + "-c " + dt::channel::kSettingName + "=on";
+    if (!o.host.empty()) kv.emplace_back("host", o.host);
+    if (!o.port.empty()) kv.emplace_back("port", o.port);
+    if (!o.user.empty()) kv.emplace_back("user", o.user);
+    kv.emplace_back("options", options);
+    kv.emplace_back("fallback_application_name", "docsql");
+
+    std::string password;
+    bool havePassword = false;
+    if (o.forcePassword) {
+        password = ReadPassword(o.user.empty() ? (getenv("PGUSER") ? getenv("PGUSER") : "") : o.user);
+        havePassword = true;
+    }
+    for (;;) {
+        std::vector<const char *> keys, vals;
+        for (auto &p : kv) {
+            keys.push_back(p.first.c_str());
+            vals.push_back(p.second.c_str());
+        }
+        if (havePassword) {
+            keys.push_back("password");
+            vals.push_back(password.c_str());
+        }
+        keys.push_back(nullptr);
+        vals.push_back(nullptr);
+        PGconn *conn = PQconnectdbParams(keys.data(), vals.data(), 0);
+        if (conn && PQstatus(conn) == CONNECTION_BAD && PQconnectionNeedsPassword(conn) && !havePassword &&
+            !o.neverPassword && isatty(STDIN_FILENO)) {
+            std::string user = PQuser(conn) ? PQuser(conn) : "";
+            PQfinish(conn);
+            password = ReadPassword(user);
+            havePassword = true;
+            continue;
+        }
+        return conn;
+    }
+}
+
+void PrintError(const PGresult *res, PGconn *conn) {
+    const char *sev = PQresultErrorField(res, PG_DIAG_SEVERITY);
+    const char *code = PQresultErrorField(res, PG_DIAG_SQLSTATE);
+    const char *msg = PQresultErrorField(res, PG_DIAG_MESSAGE_PRIMARY);
+    if (!msg) {
+        // An error of the client library itself (lost connection and such).
+        std::fprintf(stderr, "docsql: %s", PQerrorMessage(conn));
+        return;
+    }
+    std::fprintf(stderr, "%s:  %s%s%s\n", sev ? sev : "ERROR", code ? code : "", code ? ": " : "", msg);
+    if (const char *d = PQresultErrorField(res, PG_DIAG_MESSAGE_DETAIL)) std::fprintf(stderr, "DETAIL:  %s\n", d);
+    if (const char *h = PQresultErrorField(res, PG_DIAG_MESSAGE_HINT)) std::fprintf(stderr, "HINT:  %s\n", h);
+}
+
+Table ToTable(const PGresult *res) {
+    Table t;
+    int nf = PQnfields(res), nt = PQntuples(res);
+    for (int c = 0; c < nf; c++) {
+        t.headers.push_back(PQfname(res, c));
+        t.rightAlign.push_back(IsNumericType(PQftype(res, c)));
+    }
+    for (int r = 0; r < nt; r++) {
+        std::vector<std::optional<std::string>> row;
+        for (int c = 0; c < nf; c++) {
+            if (PQgetisnull(res, r, c))
+                row.push_back(std::nullopt);
+            else
+                row.push_back(std::string(PQgetvalue(res, r, c), (size_t)PQgetlength(res, r, c)));
+        }
+        t.rows.push_back(std::move(row));
+    }
+    return t;
+}
+
+bool StatusAfterRows(const char *tag) {
+    return std::strncmp(tag, "INSERT", 6) == 0 || std::strncmp(tag, "UPDATE", 6) == 0 ||
+           std::strncmp(tag, "DELETE", 6) == 0 || std::strncmp(tag, "MERGE", 5) == 0;
+}
+
+// Runs one statement; false when it failed.
+bool Run(PGconn *conn, const std::string &sql, const Options &o) {
+    if (o.echo) std::printf("%s\n", sql.c_str());
+    PrintOptions po;
+    po.unaligned = o.unaligned;
+    po.tuplesOnly = o.tuplesOnly;
+    po.fieldSeparator = o.fieldSeparator;
+    g_interrupted = 0;
+    g_channel.error.clear();
+    g_running = 1;
+    bool ok = true;
+    bool copiedOut = false;  // like psql: no "COPY n" after data sent to standard output
+    int sent = o.extended ? PQsendQueryParams(conn, sql.c_str(), 0, nullptr, nullptr, nullptr, nullptr, 0)
+                          : PQsendQuery(conn, sql.c_str());
+    if (!sent) {
+        std::fprintf(stderr, "docsql: %s", PQerrorMessage(conn));
+        g_running = 0;
+        return false;
+    }
+    while (PGresult *res = PQgetResult(conn)) {
+        switch (PQresultStatus(res)) {
+            case PGRES_COPY_IN:
+                ServeCopyIn(g_channel);
+                break;
+            case PGRES_COPY_OUT: {
+                char *buf;
+                int n;
+                copiedOut = true;
+                while ((n = PQgetCopyData(conn, &buf, 0)) > 0) {
+                    std::fwrite(buf, 1, (size_t)n, stdout);
+                    PQfreemem(buf);
+                }
+                break;
+            }
+            case PGRES_TUPLES_OK: {
+                std::fputs(FormatTable(ToTable(res), po).c_str(), stdout);
+                const char *tag = PQcmdStatus(res);
+                if (!o.quiet && StatusAfterRows(tag)) std::printf("%s\n", tag);
+                break;
+            }
+            case PGRES_COMMAND_OK:
+                if (!o.quiet && !copiedOut) std::printf("%s\n", PQcmdStatus(res));
+                break;
+            case PGRES_EMPTY_QUERY:
+                break;
+            default:
+                std::fflush(stdout);
+                PrintError(res, conn);
+                ok = false;
+                break;
+        }
+        PQclear(res);
+        if (PQstatus(conn) == CONNECTION_BAD) break;
+    }
+    g_running = 0;
+    EndStatement(g_channel);
+    std::fflush(stdout);
+    if (!g_channel.error.empty()) {
+        std::fprintf(stderr, "docsql: %s\n", g_channel.error.c_str());
+        ok = false;
+    }
+    if (PQstatus(conn) == CONNECTION_BAD) {
+        std::fprintf(stderr, "docsql: the connection to the server was lost\n");
+        ok = false;
+    }
+    return ok;
+}
+
+bool ReadAll(std::istream &in, std::string &out) {
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    out = ss.str();
+    return !in.bad();
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    std::setlocale(LC_CTYPE, "");
+    Options o;
+    std::string err;
+    std::vector<std::string> args(argv + 1, argv + argc);
+    if (!ParseOptions(args, o, err)) {
+        std::fprintf(stderr, "docsql: %s\nTry \"docsql --help\" for more information.\n", err.c_str());
+        return kExitUsage;
+    }
+    if (o.help) {
+        std::fputs(UsageText().c_str(), stdout);
+        return 0;
+    }
+    if (o.version) {
+        std::printf("docsql (document module client) %d\n", PQlibVersion());
+        return 0;
+    }
+    // Read every script first: a missing file is reported before anything runs.
+    std::vector<std::string> texts;
+    if (o.scripts.empty()) o.scripts.push_back({Script::File, "-"});
+    for (const Script &s : o.scripts) {
+        if (s.kind == Script::Command) {
+            texts.push_back(s.text);
+            continue;
+        }
+        std::string text;
+        if (s.text == "-") {
+            ReadAll(std::cin, text);
+        } else {
+            std::ifstream f(s.text, std::ios::binary);
+            if (!f || !ReadAll(f, text)) {
+                std::fprintf(stderr, "docsql: %s: %s\n", s.text.c_str(), std::strerror(errno));
+                return kExitUsage;
+            }
+        }
+        texts.push_back(text);
+    }
+
+    PGconn *conn = Connect(o);
+    if (!conn || PQstatus(conn) != CONNECTION_OK) {
+        if (conn) std::fprintf(stderr, "docsql: %s", PQerrorMessage(conn));
+        PQfinish(conn);
+        return kExitConnect;
+    }
+    g_channel.conn = conn;
+    g_channel.cancel = PQgetCancel(conn);
+    g_channel.trace = o.traceChannel;
+    g_channel.progressAllowed = !o.noProgress;
+    PQsetNoticeReceiver(conn, NoticeReceiver, &g_channel);
+
+    struct sigaction sa;
+    std::memset(&sa, 0, sizeof sa);
+    sa.sa_handler = OnSigint;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+
+    int rc = 0;
+    for (size_t k = 0; k < texts.size() && (rc == 0 || o.continueOnError); k++) {
+        if (PQstatus(conn) == CONNECTION_BAD) break;
+        const Script &s = o.scripts[k];
+        for (const Statement &st : SplitStatements(texts[k])) {
+            if (st.meta) {
+                std::fprintf(stderr, "docsql: %s:%d: psql meta-commands are not supported: %s\n",
+                             s.kind == Script::Command ? "-c" : s.text.c_str(), st.line, st.text.c_str());
+                rc = kExitStatement;
+                if (o.continueOnError) continue;
+                break;
+            }
+            if (!Run(conn, st.text, o)) {
+                rc = kExitStatement;
+                if (PQstatus(conn) == CONNECTION_BAD) break;
+                if (o.continueOnError) continue;
+                if (s.kind == Script::File)
+                    std::fprintf(stderr, "docsql: stopped at %s:%d\n", s.text == "-" ? "<stdin>" : s.text.c_str(),
+                                 st.line);
+                break;
+            }
+        }
+    }
+    PQfreeCancel(g_channel.cancel);
+    g_channel.cancel = nullptr;
+    PQfinish(conn);
+    return rc;
+}

@@ -1,0 +1,163 @@
+#include "largeobject.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "doclayout.h"
+#include "loownership.h"
+
+extern "C" {
+#include "catalog/pg_largeobject.h"
+#include "libpq/libpq-fs.h"
+#include "utils/memutils.h"
+}
+
+namespace dt::pg {
+
+namespace {
+[[noreturn]] void LOError(const std::string &what) {
+    dt::ErrorRaiseVA("TL001", "NAME%s", "Large object error", "OPERATION%s", what);
+}
+}  // namespace
+
+LargeObject::~LargeObject() {
+    if (!desc) return;
+    // Closing only unregisters the snapshot and frees the descriptor; an
+    // error here must not escape a destructor.
+    LargeObjectDesc *d = desc;
+    desc = nullptr;
+    try {
+        ServerCall([&] { inv_close(d); });
+    } catch (...) {
+    }
+}
+
+Oid CreateLargeObject() {
+    ModuleOwnerScope owner;
+    return ServerCall([] { return inv_create(InvalidOid); });
+}
+
+void OpenLargeObject(LargeObject &lo, const std::string &handle, bool write) {
+    Oid oid = dt::OwnedHandleOid(handle);
+    lo.handle = handle;
+    lo.oid = oid;
+    bool exists = oid != InvalidOid && ServerCall([&] { return LargeObjectExists(oid); });
+    if (!exists) dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
+    int flags = write ? (INV_READ | INV_WRITE) : INV_READ;
+    ModuleOwnerScope owner;
+    lo.desc = ServerCall([&] { return inv_open(oid, flags, CurTransactionContext); });
+}
+
+void CloseLargeObject(LargeObject &lo) {
+    if (!lo.desc) return;
+    LargeObjectDesc *d = lo.desc;
+    lo.desc = nullptr;
+    try {
+        ServerCall([&] { inv_close(d); });
+    } catch (const dt::Error &) {
+        LOError("close of large object " + lo.handle);
+    }
+}
+
+void SeekLargeObject(LargeObject &lo, int64 offset) {
+    LargeObjectDesc *d = lo.desc;
+    ServerCall([&] { return inv_seek(d, offset, SEEK_SET); });
+}
+
+int ReadLargeObject(LargeObject &lo, char *buf, int n) {
+    LargeObjectDesc *d = lo.desc;
+    int got = ServerCall([&] { return inv_read(d, buf, n); });
+    if (got < 0) LOError("Read a buffer from large object " + lo.handle);
+    return got;
+}
+
+void WriteLargeObject(LargeObject &lo, const char *buf, int n) {
+    LargeObjectDesc *d = lo.desc;
+    int put;
+    try {
+        put = ServerCall([&] { return inv_write(d, buf, n); });
+    } catch (const dt::Error &e) {
+        // Keep the server's reason (permissions, disk full) in the detail.
+        throw dt::Error::User("Large object error: write of " + std::to_string(n) +
+                                  " bytes for large object " + lo.handle + " failed",
+                              "TL001", e.message());
+    }
+    if (put != n) LOError("write of " + std::to_string(n) + " bytes for large object " + lo.handle);
+}
+
+bool UnlinkLargeObject(Oid oid) {
+    if (!ServerCall([&] { return LargeObjectExists(oid); })) return false;
+    ServerCall([&] { return inv_drop(oid); });
+    return true;
+}
+
+Oid StoreDocumentLargeObject(int fd, int32 size, bool copytext, const WordHash &terms,
+                             const std::string &origname) {
+    dt::TermTableBytes table = dt::WriteTermTable(terms);
+    Oid oid = CreateLargeObject();
+    LargeObject lo;
+    OpenLargeObject(lo, dt::MakeOwnedHandle(oid), true);
+    if (copytext) {
+        std::vector<char> buf(8084);
+        int32 left = size;
+        while (left > 0) {
+            CheckInterrupts();
+            int want = left < 8084 ? left : 8084;
+            ssize_t got = read(fd, buf.data(), want);
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) dt::ErrorRaiseVA("XD00P", "SIZE%d", 8084, "FILENAME%s", origname);
+            WriteLargeObject(lo, buf.data(), (int)got);
+            left -= (int32)got;
+        }
+    }
+    int pad = dt::LOPadding(copytext ? size : 0, copytext);
+    if (pad) WriteLargeObject(lo, "\n\n\n\n", pad);
+    WriteLargeObject(lo, table.head.data(), (int)table.head.size());
+    if (!table.strings.empty()) WriteLargeObject(lo, table.strings.data(), (int)table.strings.size());
+    CloseLargeObject(lo);
+    return oid;
+}
+
+void ReadStoredTermTable(const void *value, WordHash &out) {
+    dt::DocView d(value);
+    std::string handle = dt::DocLOHandleExternal(value).value_or("");
+    LargeObject lo;
+    OpenLargeObject(lo, handle, false);
+    SeekLargeObject(lo, d.ht_offset());
+    int n = d.ht_hashentries();
+    if (n < 0 || n > (1 << 26)) LOError("Check of term count of large object " + handle);
+    size_t headlen = dt::kTermTableHeaderSize + (size_t)n * dt::kWrdEntrySize;
+    std::string head(headlen, '\0');
+    int got = ReadLargeObject(lo, &head[0], (int)headlen);
+    if (got != (int)headlen)
+        LOError("Read of " + std::to_string(headlen) + " bytes from large object " + handle);
+    int strlen = dt::TermTableStrlen(head.data());
+    if (strlen < 0 || strlen > (1 << 28)) LOError("Check of strtab length of large object " + handle);
+    std::string strings(strlen, '\0');
+    if (strlen > 0 && ReadLargeObject(lo, &strings[0], strlen) != strlen)
+        LOError("Read of strtab (" + std::to_string(strlen) + " bytes) from large object " + handle);
+    CloseLargeObject(lo);
+    dt::ReadTermTable(head.data(), n, strings.data(), strings.size(), out);
+    out.wordcnt = d.ht_wordcnt();
+}
+
+std::string ReadLargeObjectText(const void *value) {
+    dt::DocView d(value);
+    std::string handle = dt::DocLOHandleExternal(value).value_or("");
+    LargeObject lo;
+    try {
+        OpenLargeObject(lo, handle, false);
+    } catch (const dt::Error &) {
+        LOError("Open of large object " + handle);
+    }
+    int32 len = d.ht_realoffset();
+    std::string text(len, '\0');
+    int got = len > 0 ? ReadLargeObject(lo, &text[0], len) : 0;
+    if (got != len) LOError("read of " + std::to_string(len) + " bytes from large object " + handle);
+    CloseLargeObject(lo);
+    return text;
+}
+
+}  // namespace dt::pg

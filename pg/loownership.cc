@@ -1,0 +1,191 @@
+#include "loownership.h"
+
+#include <cstdio>
+
+#include "doclayout.h"
+#include "docvalue.h"
+#include "largeobject.h"
+
+extern "C" {
+#include "catalog/pg_authid.h"
+#include "catalog/pg_type.h"
+#include "commands/trigger.h"
+#include "executor/spi.h"
+#include "utils/lsyscache.h"
+#include "utils/rel.h"
+#include "utils/syscache.h"
+}
+
+namespace dt::pg {
+
+ModuleOwnerScope::ModuleOwnerScope() {
+    GetUserIdAndSecContext(&saved_user, &saved_context);
+    SetUserIdAndSecContext(BOOTSTRAP_SUPERUSERID, saved_context | SECURITY_LOCAL_USERID_CHANGE);
+}
+
+ModuleOwnerScope::~ModuleOwnerScope() { SetUserIdAndSecContext(saved_user, saved_context); }
+
+namespace {
+
+// Runs one statement on the registry with $1 = oid, as the module's owner.
+// "%s" in the statement is replaced by the registry's qualified name.
+// Returns the int4 first column of the first row, or fallback.
+int RegistryStatement(const char *templ, Oid oid, int fallback) {
+    ModuleOwnerScope owner;
+    return ServerCall([&] {
+        int result = fallback;
+        char sql[512];
+        if (SPI_connect() != SPI_OK_CONNECT) elog(ERROR, "SPI_connect failed");
+        if (SPI_execute("SELECT extnamespace::regnamespace::text FROM pg_catalog.pg_extension "
+                        "WHERE extname = 'document'",
+                        true, 1) != SPI_OK_SELECT ||
+            SPI_processed != 1)
+            elog(ERROR, "extension \"document\" is not installed in this database");
+        char *schema = SPI_getvalue(SPI_tuptable->vals[0], SPI_tuptable->tupdesc, 1);
+        char table[256];
+        snprintf(table, sizeof table, "%s.dt_large_objects", schema);
+        snprintf(sql, sizeof sql, templ, table, table);
+        Oid argtypes[1] = {OIDOID};
+        Datum args[1] = {ObjectIdGetDatum(oid)};
+        int rc = SPI_execute_with_args(sql, 1, argtypes, args, nullptr, false, 1);
+        if (rc < 0) elog(ERROR, "registry statement failed: %s", sql);
+        if (SPI_tuptable && SPI_processed > 0) {
+            bool isnull;
+            Datum d = SPI_getbinval(SPI_tuptable->vals[0], SPI_tuptable->tupdesc, 1, &isnull);
+            if (!isnull) result = DatumGetInt32(d);
+        }
+        SPI_finish();
+        return result;
+    });
+}
+
+}  // namespace
+
+void RegisterLargeObject(Oid oid) {
+    RegistryStatement("INSERT INTO %s (loid, refs) VALUES ($1, 0)", oid, 0);
+}
+
+int AddLargeObjectReference(Oid oid) {
+    return RegistryStatement("UPDATE %s SET refs = refs + 1 WHERE loid = $1 RETURNING refs", oid, 0);
+}
+
+int DropLargeObjectReference(Oid oid) {
+    int left = RegistryStatement("UPDATE %s SET refs = refs - 1 WHERE loid = $1 RETURNING refs", oid, -1);
+    if (left == 0 || left < -1) {
+        {
+            ModuleOwnerScope owner;
+            UnlinkLargeObject(oid);
+        }
+        RegistryStatement("DELETE FROM %s WHERE loid = $1", oid, 0);
+        return 0;
+    }
+    return left;
+}
+
+}  // namespace dt::pg
+
+namespace {
+
+// The owned large object of a doc datum, or InvalidOid.
+Oid OwnedOid(Datum d) {
+    struct varlena *v = dt::pg::ServerCall([&] { return PG_DETOAST_DATUM(d); });
+    dt::ValidateDocValue(v, VARSIZE(v));
+    auto handle = dt::DocLOHandleExternal(v);
+    if (!handle || dt::IsExternalHandle(*handle)) return InvalidOid;
+    return dt::OwnedHandleOid(*handle);
+}
+
+// Whether a column type is this module's doc type: its input function is
+// dt_DocInputFunc of the schema that also holds the calling function.
+bool IsDocType(Oid typid, Oid schema) {
+    return dt::pg::ServerCall([&] {
+        Oid input, ioparam;
+        HeapTuple tp = SearchSysCache1(TYPEOID, ObjectIdGetDatum(typid));
+        if (!HeapTupleIsValid(tp)) return false;
+        input = ((Form_pg_type)GETSTRUCT(tp))->typinput;
+        ReleaseSysCache(tp);
+        (void)ioparam;
+        char *name = get_func_name(input);
+        return name && strcmp(name, "dt_docinputfunc") == 0 && get_func_namespace(input) == schema;
+    });
+}
+
+}  // namespace
+
+extern "C" {
+PG_FUNCTION_INFO_V1(pgdoc_assign);
+PG_FUNCTION_INFO_V1(pgdoc_destroy);
+PG_FUNCTION_INFO_V1(pgdoc_dt_LOOid);
+PG_FUNCTION_INFO_V1(pgdoc_dt_ManageLargeObjects);
+}
+
+// assign(doc): one more reference to the value's large object.
+Datum pgdoc_assign(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        Oid oid = OwnedOid(PG_GETARG_DATUM(0));
+        if (oid != InvalidOid) dt::pg::AddLargeObjectReference(oid);
+        return PG_GETARG_DATUM(0);
+    });
+}
+
+// destroy(doc): one reference less; the large object goes with the last.
+Datum pgdoc_destroy(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        Oid oid = OwnedOid(PG_GETARG_DATUM(0));
+        if (oid != InvalidOid) dt::pg::DropLargeObjectReference(oid);
+        return Int32GetDatum(0);
+    });
+}
+
+// dt_LOOid(doc): the identifier of the large object the value owns, or null.
+Datum pgdoc_dt_LOOid(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        Oid oid = OwnedOid(PG_GETARG_DATUM(0));
+        if (oid == InvalidOid) {
+            fcinfo->isnull = true;
+            return (Datum)0;
+        }
+        return ObjectIdGetDatum(oid);
+    });
+}
+
+// Row trigger: counts the references of doc values as rows come and go.
+Datum pgdoc_dt_ManageLargeObjects(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        if (!CALLED_AS_TRIGGER(fcinfo))
+            throw dt::Error::User("dt_ManageLargeObjects() must be called as a trigger", "39P01");
+        TriggerData *td = (TriggerData *)fcinfo->context;
+        TriggerEvent ev = td->tg_event;
+        if (!TRIGGER_FIRED_FOR_ROW(ev) || !TRIGGER_FIRED_AFTER(ev))
+            throw dt::Error::User("dt_ManageLargeObjects() must run AFTER ... FOR EACH ROW", "39P01");
+        TupleDesc desc = td->tg_relation->rd_att;
+        Oid schema = dt::pg::ServerCall([&] { return get_func_namespace(fcinfo->flinfo->fn_oid); });
+        HeapTuple oldtup = nullptr, newtup = nullptr;
+        if (TRIGGER_FIRED_BY_INSERT(ev))
+            newtup = td->tg_trigtuple;
+        else if (TRIGGER_FIRED_BY_DELETE(ev))
+            oldtup = td->tg_trigtuple;
+        else if (TRIGGER_FIRED_BY_UPDATE(ev)) {
+            oldtup = td->tg_trigtuple;
+            newtup = td->tg_newtuple;
+        }
+        for (int i = 0; i < desc->natts; i++) {
+            Form_pg_attribute att = TupleDescAttr(desc, i);
+            if (att->attisdropped || !IsDocType(att->atttypid, schema)) continue;
+            Oid newoid = InvalidOid, oldoid = InvalidOid;
+            bool isnull;
+            if (newtup) {
+                Datum d = dt::pg::ServerCall([&] { return heap_getattr(newtup, i + 1, desc, &isnull); });
+                if (!isnull) newoid = OwnedOid(d);
+            }
+            if (oldtup) {
+                Datum d = dt::pg::ServerCall([&] { return heap_getattr(oldtup, i + 1, desc, &isnull); });
+                if (!isnull) oldoid = OwnedOid(d);
+            }
+            if (newoid == oldoid) continue;
+            if (newoid != InvalidOid) dt::pg::AddLargeObjectReference(newoid);
+            if (oldoid != InvalidOid) dt::pg::DropLargeObjectReference(oldoid);
+        }
+        return PointerGetDatum(nullptr);
+    });
+}

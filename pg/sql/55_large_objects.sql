@@ -1,0 +1,88 @@
+
+-- Large objects that hold documents, with their reference counts.
+CREATE TABLE dt_large_objects (
+    loid oid PRIMARY KEY,
+    refs integer NOT NULL DEFAULT 0
+);
+COMMENT ON TABLE dt_large_objects IS 'large objects owned by doc values, with reference counts';
+SELECT pg_catalog.pg_extension_config_dump('dt_large_objects', '');
+
+-- The large object a value owns (null for in-row and external documents).
+CREATE FUNCTION dt_LOOid(doc) RETURNS oid
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_LOOid' LANGUAGE C STRICT IMMUTABLE PARALLEL SAFE;
+-- Reference counting of a value's large object.
+CREATE FUNCTION assign(doc) RETURNS doc
+    AS 'MODULE_PATHNAME', 'pgdoc_assign' LANGUAGE C STRICT VOLATILE;
+CREATE FUNCTION destroy(doc) RETURNS integer
+    AS 'MODULE_PATHNAME', 'pgdoc_destroy' LANGUAGE C STRICT VOLATILE;
+
+-- Row trigger for tables with doc columns:
+--   CREATE TRIGGER t_docs AFTER INSERT OR UPDATE OR DELETE ON t
+--       FOR EACH ROW EXECUTE FUNCTION dt_ManageLargeObjects();
+CREATE FUNCTION dt_ManageLargeObjects() RETURNS trigger
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_ManageLargeObjects' LANGUAGE C;
+
+-- Statement trigger for TRUNCATE:
+--   CREATE TRIGGER t_docs_truncate BEFORE TRUNCATE ON t
+--       FOR EACH STATEMENT EXECUTE FUNCTION dt_TruncateLargeObjects();
+CREATE FUNCTION dt_TruncateLargeObjects() RETURNS trigger LANGUAGE plpgsql AS $$
+DECLARE
+    col name;
+BEGIN
+    FOR col IN
+        SELECT a.attname FROM pg_catalog.pg_attribute a
+        WHERE a.attrelid = TG_RELID AND a.attnum > 0 AND NOT a.attisdropped
+          AND a.atttypid = '@extschema@.doc'::regtype
+    LOOP
+        EXECUTE format('SELECT @extschema@.destroy(%I) FROM %I.%I WHERE %I IS NOT NULL',
+                       col, TG_TABLE_SCHEMA, TG_TABLE_NAME, col);
+    END LOOP;
+    RETURN NULL;
+END $$;
+
+-- Recounts the references held by every doc column of the database and
+-- removes the large objects nobody refers to; returns how many it removed.
+CREATE FUNCTION dt_VacuumLargeObjects() RETURNS integer
+LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
+DECLARE
+    r record;
+    removed integer := 0;
+BEGIN
+    CREATE TEMP TABLE IF NOT EXISTS dt_lo_seen (loid oid) ON COMMIT DROP;
+    TRUNCATE dt_lo_seen;
+    FOR r IN
+        SELECT c.oid::regclass AS rel, a.attname
+        FROM pg_attribute a JOIN pg_class c ON c.oid = a.attrelid
+        WHERE a.atttypid = '@extschema@.doc'::regtype AND a.attnum > 0 AND NOT a.attisdropped
+          AND c.relkind IN ('r', 'p', 'm')
+    LOOP
+        EXECUTE format('INSERT INTO dt_lo_seen SELECT dt_LOOid(%I) FROM %s WHERE dt_LOOid(%I) IS NOT NULL',
+                       r.attname, r.rel, r.attname);
+    END LOOP;
+    UPDATE dt_large_objects l SET refs = s.n
+    FROM (SELECT loid, count(*)::int AS n FROM dt_lo_seen GROUP BY loid) s
+    WHERE l.loid = s.loid AND l.refs <> s.n;
+    WITH gone AS (
+        DELETE FROM dt_large_objects l
+        WHERE NOT EXISTS (SELECT 1 FROM dt_lo_seen s WHERE s.loid = l.loid)
+        RETURNING l.loid
+    )
+    SELECT count(lo_unlink(g.loid)) INTO removed
+    FROM gone g WHERE EXISTS (SELECT 1 FROM pg_largeobject_metadata m WHERE m.oid = g.loid);
+    DROP TABLE dt_lo_seen;
+    RETURN removed;
+END $$;
+
+-- Dropping a table or a doc column leaves its large objects unreferenced:
+-- collect them at once.
+CREATE FUNCTION dt_DropLargeObjects() RETURNS event_trigger
+LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
+BEGIN
+    IF EXISTS (SELECT 1 FROM pg_event_trigger_dropped_objects()
+               WHERE object_type IN ('table', 'table column', 'materialized view', 'schema'))
+       AND EXISTS (SELECT 1 FROM dt_large_objects) THEN
+        PERFORM dt_VacuumLargeObjects();
+    END IF;
+END $$;
+CREATE EVENT TRIGGER dt_drop_large_objects ON sql_drop
+    EXECUTE FUNCTION dt_DropLargeObjects();
