@@ -32,7 +32,6 @@ constexpr int kSmallDocLimit = 100;     // default largest in-row text
 constexpr int kMaxExpandLimit = 2048;   // largest ExpandLimit
 extern const char *const kDefaultFormatSpec;  // "format(ascii)"
 
-enum InitDocTypes { UnixDocType = 0, LODocType = 1, SmallDocType = 2 };
 
 // The server's 4-byte variable-length header (uncompressed form).
 void SetVarSize(void *p, uint32_t len);

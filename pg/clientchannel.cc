@@ -48,7 +48,18 @@ bool ClientConnected() { return whereToSendOutput == DestRemote; }
 // Why the running statement cannot take a copy-in now, or nullptr.
 const char *PullObstacle() {
     Portal portal = ActivePortal;
-    if (portal == nullptr) return "no statement is running";
+    // No portal: the statement is being parsed or planned (a literal being
+    // converted); nothing of its result has been sent yet, so the client can
+    // take the copy-in before the rows.
+    // With the extended protocol the client has already sent the messages
+    // that follow (Bind, Execute, Sync), which a copy-in cannot get past.
+    if (portal == nullptr) {
+        if (pq_buffer_has_data())
+            return "the client sent more messages after this one (extended query protocol); enter "
+                   "documents from client files with the simple query protocol, as docsql does, or "
+                   "pass the literal in the statement text instead of as a parameter";
+        return nullptr;
+    }
     if (portal->tupDesc != nullptr)
         return "a statement that returns rows cannot read client files; read them in INSERT, UPDATE, "
                "INSERT ... SELECT or CREATE TABLE ... AS instead";

@@ -10,6 +10,7 @@
 #include "boundary.h"
 #include "doclayout.h"
 #include "docfunctions.h"
+#include "docscan.h"
 #include "docvalue.h"
 #include "largeobject.h"
 #include "module.h"
@@ -264,4 +265,30 @@ Datum pgdoc_DocPrint(PG_FUNCTION_ARGS) {
         unlink(file.c_str());
         return Int32GetDatum(status);
     });
+}
+
+extern "C" {
+PG_FUNCTION_INFO_V1(pgdoc_DocWordCnt);
+PG_FUNCTION_INFO_V1(pgdoc_DocUWordCnt);
+}
+
+namespace {
+// Word counts: an owned large object's header; otherwise a rescan.
+Datum WordCount(FunctionCallInfo fcinfo, bool unique) {
+    const void *v = dt::pg::DocArg(fcinfo, 0);
+    auto handle = dt::DocLOHandleExternal(v);
+    dt::DocView d(v);
+    if (handle && !dt::IsExternalHandle(*handle))
+        return Int32GetDatum(unique ? d.ht_hashentries() : d.ht_wordcnt());
+    dt::pg::DocScanPtr scan = dt::pg::_dt_MakeDocDesc(v, true);
+    return Int32GetDatum(unique ? scan->desc->doc_hashentries() : scan->desc->doc_wordcnt());
+}
+}  // namespace
+
+// DocWordCnt(doc): term occurrences; DocUWordCnt(doc): distinct terms.
+Datum pgdoc_DocWordCnt(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum { return WordCount(fcinfo, false); });
+}
+Datum pgdoc_DocUWordCnt(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum { return WordCount(fcinfo, true); });
 }

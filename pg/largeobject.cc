@@ -10,8 +10,10 @@
 
 extern "C" {
 #include "catalog/pg_largeobject.h"
+#include "libpq/be-fsstubs.h"
 #include "libpq/libpq-fs.h"
-#include "utils/memutils.h"
+#include "utils/fmgrprotos.h"
+#include "utils/snapmgr.h"
 }
 
 namespace dt::pg {
@@ -22,21 +24,25 @@ namespace {
 }
 }  // namespace
 
+// The server's large-object descriptors (lo_open and friends) are used
+// rather than the inversion calls: they are closed and their relations
+// released at transaction end, also after an error.
+
 LargeObject::~LargeObject() {
-    if (!desc) return;
-    // Closing only unregisters the snapshot and frees the descriptor; an
-    // error here must not escape a destructor.
-    LargeObjectDesc *d = desc;
-    desc = nullptr;
+    if (fd < 0) return;
+    // An error here must not escape a destructor; the transaction end closes
+    // the descriptor anyway.
+    int d = fd;
+    fd = -1;
     try {
-        ServerCall([&] { inv_close(d); });
+        ServerCall([&] { DirectFunctionCall1(be_lo_close, Int32GetDatum(d)); });
     } catch (...) {
     }
 }
 
 Oid CreateLargeObject() {
     ModuleOwnerScope owner;
-    return ServerCall([] { return inv_create(InvalidOid); });
+    return ServerCall([] { return DatumGetObjectId(DirectFunctionCall1(be_lo_creat, Int32GetDatum(-1))); });
 }
 
 void OpenLargeObject(LargeObject &lo, const std::string &handle, bool write) {
@@ -47,37 +53,46 @@ void OpenLargeObject(LargeObject &lo, const std::string &handle, bool write) {
     if (!exists) dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
     int flags = write ? (INV_READ | INV_WRITE) : INV_READ;
     ModuleOwnerScope owner;
-    lo.desc = ServerCall([&] { return inv_open(oid, flags, CurTransactionContext); });
+    // Readers see the object as it is now, also one made earlier in the
+    // same statement.
+    lo.fd = ServerCall([&] {
+        PushActiveSnapshot(GetLatestSnapshot());
+        int fd = DatumGetInt32(DirectFunctionCall2(be_lo_open, ObjectIdGetDatum(oid), Int32GetDatum(flags)));
+        PopActiveSnapshot();
+        return fd;
+    });
 }
 
 void CloseLargeObject(LargeObject &lo) {
-    if (!lo.desc) return;
-    LargeObjectDesc *d = lo.desc;
-    lo.desc = nullptr;
+    if (lo.fd < 0) return;
+    int d = lo.fd;
+    lo.fd = -1;
     try {
-        ServerCall([&] { inv_close(d); });
+        ServerCall([&] { DirectFunctionCall1(be_lo_close, Int32GetDatum(d)); });
     } catch (const dt::Error &) {
         LOError("close of large object " + lo.handle);
     }
 }
 
 void SeekLargeObject(LargeObject &lo, int64 offset) {
-    LargeObjectDesc *d = lo.desc;
-    ServerCall([&] { return inv_seek(d, offset, SEEK_SET); });
+    int d = lo.fd;
+    ServerCall([&] {
+        return DirectFunctionCall3(be_lo_lseek64, Int32GetDatum(d), Int64GetDatum(offset), Int32GetDatum(SEEK_SET));
+    });
 }
 
 int ReadLargeObject(LargeObject &lo, char *buf, int n) {
-    LargeObjectDesc *d = lo.desc;
-    int got = ServerCall([&] { return inv_read(d, buf, n); });
+    int d = lo.fd;
+    int got = ServerCall([&] { return lo_read(d, buf, n); });
     if (got < 0) LOError("Read a buffer from large object " + lo.handle);
     return got;
 }
 
 void WriteLargeObject(LargeObject &lo, const char *buf, int n) {
-    LargeObjectDesc *d = lo.desc;
+    int d = lo.fd;
     int put;
     try {
-        put = ServerCall([&] { return inv_write(d, buf, n); });
+        put = ServerCall([&] { return lo_write(d, buf, n); });
     } catch (const dt::Error &e) {
         // Keep the server's reason (permissions, disk full) in the detail.
         throw dt::Error::User("Large object error: write of " + std::to_string(n) +
@@ -89,7 +104,8 @@ void WriteLargeObject(LargeObject &lo, const char *buf, int n) {
 
 bool UnlinkLargeObject(Oid oid) {
     if (!ServerCall([&] { return LargeObjectExists(oid); })) return false;
-    ServerCall([&] { return inv_drop(oid); });
+    ModuleOwnerScope owner;
+    ServerCall([&] { return DirectFunctionCall1(be_lo_unlink, ObjectIdGetDatum(oid)); });
     return true;
 }
 

@@ -5,9 +5,6 @@
 
 #include "boundary.h"
 
-extern "C" {
-#include "storage/large_object.h"
-}
 
 #include <string>
 
@@ -18,7 +15,7 @@ namespace dt::pg {
 
 // An open large object, closed when it goes out of scope.
 struct LargeObject {
-    LargeObjectDesc *desc = nullptr;
+    int fd = -1;  // the server's large-object descriptor (closed at transaction end too)
     Oid oid = InvalidOid;
     std::string handle;  // for error messages
 

@@ -18,3 +18,8 @@ CREATE FUNCTION DocDisplay(doc, command text, display text) RETURNS integer
     AS 'MODULE_PATHNAME', 'pgdoc_DocDisplay' LANGUAGE C STRICT VOLATILE;
 CREATE FUNCTION DocPrint(doc, command text) RETURNS integer
     AS 'MODULE_PATHNAME', 'pgdoc_DocPrint' LANGUAGE C STRICT VOLATILE;
+-- Term occurrences and distinct terms (stop words dropped, stems counted).
+CREATE FUNCTION DocWordCnt(doc) RETURNS integer
+    AS 'MODULE_PATHNAME', 'pgdoc_DocWordCnt' LANGUAGE C STRICT STABLE;
+CREATE FUNCTION DocUWordCnt(doc) RETURNS integer
+    AS 'MODULE_PATHNAME', 'pgdoc_DocUWordCnt' LANGUAGE C STRICT STABLE;
