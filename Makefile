@@ -45,7 +45,7 @@ bench: build
 	$(LOCK) $(MAKE) --no-print-directory _bench
 
 _install:
-	cmake --install $(BUILD) >/dev/null
+	CMAKE_INSTALL_ALWAYS=1 cmake --install $(BUILD) >/dev/null
 
 _demo: _install
 	DOC_BUILD=$(BUILD) tools/pgserver.sh tools/demo.sh
