@@ -74,16 +74,10 @@ void RequireDirectory(const std::string &dir, const char *func) {
 
 }  // namespace
 
-std::string PutClientLargeObject(const void *value, const std::string &lohandle, const std::string &filename) {
-    if (lohandle.empty())
-        dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "(null)", "SYNTAX%s", "string");
-    LargeObject lo;
-    try {
-        OpenLargeObject(lo, lohandle, false);
-    } catch (const dt::Error &) {
-        dt::ErrorRaiseVA("TL001", "NAME%s", "Large object error", "OPERATION%s", "Open of large object " + lohandle);
-    }
-    std::string name = filename + "." + std::to_string(lo.oid);
+namespace {
+
+// Sends the first ht_realoffset bytes of a large object to the client file name.
+void PushLargeObject(const void *value, const std::string &lohandle, const std::string &name, LargeObject &lo) {
     int32 left = dt::DocView(value).ht_realoffset();
     PushBegin(name, left);
     std::vector<char> buf(8192);
@@ -99,7 +93,33 @@ std::string PutClientLargeObject(const void *value, const std::string &lohandle,
     }
     PushEnd(total);
     CloseLargeObject(lo);
+    (void)lohandle;
+}
+
+void OpenForPush(LargeObject &lo, const std::string &lohandle) {
+    if (lohandle.empty())
+        dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "(null)", "SYNTAX%s", "string");
+    try {
+        OpenLargeObject(lo, lohandle, false);
+    } catch (const dt::Error &) {
+        dt::ErrorRaiseVA("TL001", "NAME%s", "Large object error", "OPERATION%s", "Open of large object " + lohandle);
+    }
+}
+
+}  // namespace
+
+std::string PutClientLargeObject(const void *value, const std::string &lohandle, const std::string &filename) {
+    LargeObject lo;
+    OpenForPush(lo, lohandle);
+    std::string name = filename + "." + std::to_string(lo.oid);
+    PushLargeObject(value, lohandle, name, lo);
     return name;
+}
+
+void PutClientLargeObjectAs(const void *value, const std::string &lohandle, const std::string &name) {
+    LargeObject lo;
+    OpenForPush(lo, lohandle);
+    PushLargeObject(value, lohandle, name, lo);
 }
 
 std::string SendClientSmallDocFile(const std::string &path, const void *value) {
@@ -142,8 +162,7 @@ Datum pgdoc_GetDoc(PG_FUNCTION_ARGS) {
         if (dt::IsExternalHandle(*handle)) {
             dt::pg::PutClientFile(dt::ExternalHandlePath(*handle), name);
         } else {
-            std::string sent = dt::pg::PutClientLargeObject(v, *handle, name);
-            (void)sent;
+            dt::pg::PutClientLargeObjectAs(v, *handle, name);
         }
         return TextResult(spec + ":" + name);
     });

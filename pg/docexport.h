@@ -13,6 +13,9 @@ namespace dt::pg {
 std::string PutClientLargeObject(const void *value, const std::string &lohandle,
                                  const std::string &filename);
 
+// The same, to the client file `name` as given.
+void PutClientLargeObjectAs(const void *value, const std::string &lohandle, const std::string &name);
+
 // Sends a small document's text to the client file
 // _dt_MakeTempName(path, stored path); returns that name.
 std::string SendClientSmallDocFile(const std::string &path, const void *value);
