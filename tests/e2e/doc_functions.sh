@@ -105,6 +105,9 @@ same "3|0" "$(q -c "SELECT count(*) FILTER (WHERE dt_LOOid(i.d) IS NOT NULL) || 
      "round trip: new large objects, none shared with the originals"
 same "$(val "d" 2)" "$(q -c "SELECT replace(d::text, dt_LOOid(d)::text, '$lo2') FROM imports WHERE id = 2")" "round trip keeps spec and path"
 # NoCopyText keeps no text: its export is an empty file, and so is what comes back.
+lo4=$(val "dt_LOOid(d)" 4)
+same "handle($lo4),ImportName($WORK/out/exp4.$lo4),format(ascii),NoCopyText:$WORK/pets.txt|0" \
+     "$(q -c "SELECT e FROM exports WHERE id = 4")|$(stat -c %s "$WORK/out/exp4.$lo4")" "dt_Export of a document without text: an empty client file"
 same "0|0|0" "$(q -c "SELECT DocLength(d) || '|' || DocWordCnt(d) || '|' || DocUWordCnt(d) FROM imports WHERE id = 4")" "NoCopyText round trip: no text travels, so no terms come back"
 same "$(val "IndexTerms(d)" 5)" "$(q -c "SELECT IndexTerms(d) FROM imports WHERE id = 5")" "external round trip refers to the same server file"
 has "Client file error" "$(q -c "INSERT INTO imports SELECT 9, dt_Import('ImportName($WORK/nosuch),format(ascii):/x')" 2>&1)" "dt_Import of a missing client file"
