@@ -42,34 +42,37 @@ END $$;
 
 -- Recounts the references held by every doc column of the database and
 -- removes the large objects nobody refers to; returns how many it removed.
+-- It runs no DDL of its own, so the sql_drop event trigger that calls it
+-- does not fire again.
 CREATE FUNCTION dt_VacuumLargeObjects() RETURNS integer
 LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
 DECLARE
-    r record;
+    refs_query text;
+    seen oid[];
     removed integer := 0;
 BEGIN
-    CREATE TEMP TABLE IF NOT EXISTS dt_lo_seen (loid oid) ON COMMIT DROP;
-    TRUNCATE dt_lo_seen;
-    FOR r IN
-        SELECT c.oid::regclass AS rel, a.attname
-        FROM pg_attribute a JOIN pg_class c ON c.oid = a.attrelid
-        WHERE a.atttypid = '@extschema@.doc'::regtype AND a.attnum > 0 AND NOT a.attisdropped
-          AND c.relkind IN ('r', 'p', 'm')
-    LOOP
-        EXECUTE format('INSERT INTO dt_lo_seen SELECT dt_LOOid(%I) FROM %s WHERE dt_LOOid(%I) IS NOT NULL',
-                       r.attname, r.rel, r.attname);
-    END LOOP;
+    SELECT string_agg(format('SELECT @extschema@.dt_LOOid(%I) AS loid FROM %s', a.attname, c.oid::regclass),
+                      ' UNION ALL ')
+      INTO refs_query
+      FROM pg_attribute a JOIN pg_class c ON c.oid = a.attrelid
+     WHERE a.atttypid = '@extschema@.doc'::regtype AND a.attnum > 0 AND NOT a.attisdropped
+       AND c.relkind IN ('r', 'm');
+    IF refs_query IS NULL THEN
+        seen := '{}';
+    ELSE
+        EXECUTE 'SELECT coalesce(array_agg(loid), ''{}'') FROM (' || refs_query || ') s WHERE loid IS NOT NULL'
+           INTO seen;
+    END IF;
     UPDATE dt_large_objects l SET refs = s.n
-    FROM (SELECT loid, count(*)::int AS n FROM dt_lo_seen GROUP BY loid) s
-    WHERE l.loid = s.loid AND l.refs <> s.n;
+      FROM (SELECT u.loid, count(*)::int AS n FROM unnest(seen) AS u(loid) GROUP BY u.loid) s
+     WHERE l.loid = s.loid AND l.refs <> s.n;
     WITH gone AS (
         DELETE FROM dt_large_objects l
-        WHERE NOT EXISTS (SELECT 1 FROM dt_lo_seen s WHERE s.loid = l.loid)
+        WHERE NOT (l.loid = ANY (seen))
         RETURNING l.loid
     )
     SELECT count(lo_unlink(g.loid)) INTO removed
     FROM gone g WHERE EXISTS (SELECT 1 FROM pg_largeobject_metadata m WHERE m.oid = g.loid);
-    DROP TABLE dt_lo_seen;
     RETURN removed;
 END $$;
 
