@@ -9,6 +9,7 @@
 extern "C" {
 #include "catalog/pg_authid.h"
 #include "catalog/pg_type.h"
+#include "catalog/pg_trigger.h"
 #include "commands/trigger.h"
 #include "executor/spi.h"
 #include "utils/lsyscache.h"
@@ -158,6 +159,18 @@ Datum pgdoc_dt_ManageLargeObjects(PG_FUNCTION_ARGS) {
         TriggerEvent ev = td->tg_event;
         if (!TRIGGER_FIRED_FOR_ROW(ev) || !TRIGGER_FIRED_AFTER(ev))
             throw dt::Error::User("dt_ManageLargeObjects() must run AFTER ... FOR EACH ROW", "39P01");
+        // Several such triggers on one table act once: only the first by
+        // name among those enabled for this event.
+        TriggerDesc *trigs = td->tg_relation->trigdesc;
+        for (int t = 0; trigs && t < trigs->numtriggers; t++) {
+            Trigger *other = &trigs->triggers[t];
+            if (other->tgfoid == td->tg_trigger->tgfoid && other->tgenabled != TRIGGER_DISABLED &&
+                TRIGGER_FOR_ROW(other->tgtype) && strcmp(other->tgname, td->tg_trigger->tgname) < 0 &&
+                (TRIGGER_FIRED_BY_INSERT(ev) ? TRIGGER_FOR_INSERT(other->tgtype)
+                 : TRIGGER_FIRED_BY_DELETE(ev) ? TRIGGER_FOR_DELETE(other->tgtype)
+                                               : TRIGGER_FOR_UPDATE(other->tgtype)))
+                return PointerGetDatum(nullptr);
+        }
         TupleDesc desc = td->tg_relation->rd_att;
         Oid schema = dt::pg::ServerCall([&] { return get_func_namespace(fcinfo->flinfo->fn_oid); });
         HeapTuple oldtup = nullptr, newtup = nullptr;

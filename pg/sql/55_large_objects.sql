@@ -29,12 +29,20 @@ CREATE FUNCTION dt_TruncateLargeObjects() RETURNS trigger LANGUAGE plpgsql AS $$
 DECLARE
     col name;
 BEGIN
+    -- Several such triggers on one table act once: only the first by name.
+    IF EXISTS (SELECT 1 FROM pg_catalog.pg_trigger t
+               WHERE t.tgrelid = TG_RELID AND t.tgenabled <> 'D'
+                 AND t.tgfoid = '@extschema@.dt_TruncateLargeObjects()'::regprocedure
+                 AND t.tgname < TG_NAME) THEN
+        RETURN NULL;
+    END IF;
     FOR col IN
         SELECT a.attname FROM pg_catalog.pg_attribute a
         WHERE a.attrelid = TG_RELID AND a.attnum > 0 AND NOT a.attisdropped
           AND a.atttypid = '@extschema@.doc'::regtype
     LOOP
-        EXECUTE format('SELECT @extschema@.destroy(%I) FROM %I.%I WHERE %I IS NOT NULL',
+        -- ONLY: a partition's rows are counted by the partition's trigger.
+        EXECUTE format('SELECT @extschema@.destroy(%I) FROM ONLY %I.%I WHERE %I IS NOT NULL',
                        col, TG_TABLE_SCHEMA, TG_TABLE_NAME, col);
     END LOOP;
     RETURN NULL;
@@ -89,3 +97,61 @@ BEGIN
 END $$;
 CREATE EVENT TRIGGER dt_drop_large_objects ON sql_drop
     EXECUTE FUNCTION dt_DropLargeObjects();
+
+-- Every table that has doc columns gets the two triggers above when it is
+-- created or altered, so large objects are counted without any setup; rows
+-- that were already there (CREATE TABLE ... AS, ADD COLUMN with a default)
+-- are counted when the row trigger is attached.
+CREATE FUNCTION dt_AttachLargeObjectTriggers(rel regclass) RETURNS boolean
+LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
+DECLARE
+    kind "char";
+    col name;
+    attached boolean := false;
+BEGIN
+    SELECT c.relkind INTO kind FROM pg_class c WHERE c.oid = rel;
+    IF kind IS NULL OR kind NOT IN ('r', 'p')
+       OR NOT EXISTS (SELECT 1 FROM pg_attribute a
+                      WHERE a.attrelid = rel AND a.attnum > 0 AND NOT a.attisdropped
+                        AND a.atttypid = '@extschema@.doc'::regtype) THEN
+        RETURN false;
+    END IF;
+    IF NOT EXISTS (SELECT 1 FROM pg_trigger t WHERE t.tgrelid = rel
+                   AND t.tgfoid = '@extschema@.dt_ManageLargeObjects()'::regprocedure) THEN
+        EXECUTE format('CREATE TRIGGER dt_large_objects AFTER INSERT OR UPDATE OR DELETE ON %s '
+                       'FOR EACH ROW EXECUTE FUNCTION @extschema@.dt_ManageLargeObjects()', rel);
+        IF kind = 'r' THEN
+            FOR col IN
+                SELECT a.attname FROM pg_attribute a
+                WHERE a.attrelid = rel AND a.attnum > 0 AND NOT a.attisdropped
+                  AND a.atttypid = '@extschema@.doc'::regtype
+            LOOP
+                EXECUTE format('SELECT @extschema@.assign(%I) FROM ONLY %s WHERE %I IS NOT NULL',
+                               col, rel, col);
+            END LOOP;
+        END IF;
+        attached := true;
+    END IF;
+    IF NOT EXISTS (SELECT 1 FROM pg_trigger t WHERE t.tgrelid = rel
+                   AND t.tgfoid = '@extschema@.dt_TruncateLargeObjects()'::regprocedure) THEN
+        EXECUTE format('CREATE TRIGGER dt_large_objects_truncate BEFORE TRUNCATE ON %s '
+                       'FOR EACH STATEMENT EXECUTE FUNCTION @extschema@.dt_TruncateLargeObjects()', rel);
+        attached := true;
+    END IF;
+    RETURN attached;
+END $$;
+
+CREATE FUNCTION dt_AttachOnCreate() RETURNS event_trigger
+LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
+DECLARE
+    r record;
+BEGIN
+    FOR r IN SELECT DISTINCT objid FROM pg_event_trigger_ddl_commands()
+             WHERE object_type = 'table' AND classid = 'pg_class'::regclass
+    LOOP
+        PERFORM dt_AttachLargeObjectTriggers(r.objid::regclass);
+    END LOOP;
+END $$;
+CREATE EVENT TRIGGER dt_attach_large_object_triggers ON ddl_command_end
+    WHEN TAG IN ('CREATE TABLE', 'CREATE TABLE AS', 'SELECT INTO', 'ALTER TABLE')
+    EXECUTE FUNCTION dt_AttachOnCreate();

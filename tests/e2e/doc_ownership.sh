@@ -64,8 +64,25 @@ same 1 "$(los)" "a rolled back DROP TABLE keeps the objects"
 q -c "DROP TABLE t2"
 same "0|" "$(los)|$(refs)" "DROP TABLE of the last holder frees everything"
 
-# A table without the trigger: dt_VacuumLargeObjects counts what it holds.
-q -c "CREATE TABLE plain(d doc)" -c "INSERT INTO plain VALUES ('$WORK/f1.txt'), ('$WORK/f2.txt')"
+# Tables get the triggers when they are created: a copy made by CREATE
+# TABLE AS is counted, a second (manual) trigger counts once, and a doc
+# column added later brings them too.
+q -c "CREATE TABLE auto1(id int, d doc)"
+same "dt_large_objects,dt_large_objects_truncate" "$(q -c "SELECT string_agg(tgname, ',' ORDER BY tgname) FROM pg_trigger WHERE tgrelid = 'auto1'::regclass")" "CREATE TABLE attaches both triggers"
+q -c "CREATE TRIGGER again AFTER INSERT OR UPDATE OR DELETE ON auto1 FOR EACH ROW EXECUTE FUNCTION dt_ManageLargeObjects()"
+q -c "INSERT INTO auto1 VALUES (1, '$WORK/f1.txt')"
+same "1" "$(refs)" "a second trigger on the same table counts once"
+q -c "CREATE TABLE auto2 AS SELECT * FROM auto1"
+same "2" "$(refs)" "CREATE TABLE AS counts the copied values"
+q -c "DELETE FROM auto1"
+same "1|1|t" "$(los)|$(refs)|$(q -c "SELECT dt_LOOid(d) IN (SELECT oid FROM pg_largeobject_metadata) FROM auto2")" "the copy keeps the object after the original row goes"
+q -c "CREATE TABLE auto3(id int)" -c "ALTER TABLE auto3 ADD COLUMN d doc"
+same "2" "$(q -c "SELECT count(*) FROM pg_trigger WHERE tgrelid = 'auto3'::regclass")" "ADD COLUMN of type doc attaches the triggers"
+q -c "DROP TABLE auto1, auto2, auto3"
+same "0|" "$(los)|$(refs)" "dropping them frees everything"
+
+# A table whose triggers were dropped: dt_VacuumLargeObjects counts what it holds.
+q -c "CREATE TABLE plain(d doc)" -c "DROP TRIGGER dt_large_objects ON plain" -c "DROP TRIGGER dt_large_objects_truncate ON plain" -c "INSERT INTO plain VALUES ('$WORK/f1.txt'), ('$WORK/f2.txt')"
 same "2|0,0" "$(los)|$(refs)" "without the trigger values are not counted"
 same 0 "$(q -c "SELECT dt_VacuumLargeObjects()")" "dt_VacuumLargeObjects keeps what a table holds"
 same "1,1" "$(refs)" "and counts its references"
