@@ -23,11 +23,8 @@ printf 'Dogs chase cats.\n' >"$client/note.txt"
 ls -l "$client"
 "$DOCSQL" -X -e <<SQL
 CREATE TABLE library(title text, body doc);
--- The trigger that gives each document's large object to its row.
-CREATE TRIGGER library_lo AFTER INSERT OR UPDATE OR DELETE ON library
-    FOR EACH ROW EXECUTE FUNCTION dt_ManageLargeObjects();
-CREATE TRIGGER library_lo_truncate BEFORE TRUNCATE ON library
-    FOR EACH STATEMENT EXECUTE FUNCTION dt_TruncateLargeObjects();
+-- The extension gave the table the triggers that tie large objects to rows.
+SELECT tgname FROM pg_trigger WHERE tgrelid = 'library'::regclass ORDER BY tgname;
 SQL
 for f in "$client"/*.txt; do
     "$DOCSQL" -X -c "INSERT INTO library VALUES ('$(basename "$f" .txt)', 'format(ascii):$f')"
@@ -43,3 +40,12 @@ SELECT count(*) AS large_objects FROM pg_largeobject_metadata;
 DELETE FROM library WHERE title = 'grep.1';
 SELECT count(*) AS large_objects FROM pg_largeobject_metadata;
 SQL
+# A round trip: the stored GPL text pushed back to the client and compared.
+exported=$("$DOCSQL" -X -At -c "SELECT findparamtx('ImportName', dt_Export(body, '$client/back')) FROM library WHERE title = 'GPL-3'")
+echo "exported to the client as $exported"
+if cmp -s "$exported" "$client/GPL-3.txt"; then
+    echo "the exported file equals the original, byte for byte"
+else
+    echo "the exported file differs from the original" >&2
+    exit 1
+fi
