@@ -10,7 +10,9 @@
 // read only as far as the answers need.
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "boundary.h"
 #include "docdesc.h"
@@ -29,6 +31,8 @@ extern "C" {
 #include "catalog/pg_type.h"
 #include "funcapi.h"
 #include "nodes/pathnodes.h"
+#include "storage/proc.h"
+#include "utils/snapmgr.h"
 #include "utils/memutils.h"
 #include "utils/selfuncs.h"
 #include "utils/tuplestore.h"
@@ -68,10 +72,58 @@ const dt::QueryStemmer &ServerQueryStemmer() {
 
 enum QueryKind { kContainsQuery, kWordListQuery, kDocQuery };
 
+// What a statement's snapshot sees.  Two MVCC snapshots of the same
+// transaction and command with the same bounds and the same lists of
+// running transactions see the same rows of every table, so a query stemmed
+// under the first holds for the second without a look at the WordNet
+// tables.
+struct SnapKey {
+    bool valid = false;
+    LocalTransactionId lxid = 0;
+    CommandId curcid = 0;
+    TransactionId xmin = 0, xmax = 0;
+    bool suboverflowed = false;
+    std::vector<TransactionId> xip, subxip;
+};
+
+// Whether the active snapshot is the one of key (no allocation).
+bool SameSnapshot(const SnapKey &k) {
+    if (!k.valid) return false;
+    return ServerCall([&] {
+        if (!ActiveSnapshotSet()) return false;
+        Snapshot s = GetActiveSnapshot();
+        if (s->snapshot_type != SNAPSHOT_MVCC || MyProc->lxid != k.lxid || s->curcid != k.curcid ||
+            s->xmin != k.xmin || s->xmax != k.xmax || s->suboverflowed != k.suboverflowed ||
+            s->xcnt != k.xip.size() || (uint32)s->subxcnt != k.subxip.size())
+            return false;
+        for (uint32 i = 0; i < s->xcnt; i++)
+            if (s->xip[i] != k.xip[i]) return false;
+        for (int32 i = 0; i < s->subxcnt; i++)
+            if (s->subxip[i] != k.subxip[i]) return false;
+        return true;
+    });
+}
+
+SnapKey CurrentSnapKey() {
+    SnapKey k;
+    Snapshot s = ServerCall([] { return ActiveSnapshotSet() ? GetActiveSnapshot() : (Snapshot) nullptr; });
+    if (!s || s->snapshot_type != SNAPSHOT_MVCC) return k;
+    k.valid = true;
+    k.lxid = MyProc->lxid;
+    k.curcid = s->curcid;
+    k.xmin = s->xmin;
+    k.xmax = s->xmax;
+    k.suboverflowed = s->suboverflowed;
+    k.xip.assign(s->xip, s->xip + s->xcnt);
+    if (s->subxcnt > 0) k.subxip.assign(s->subxip, s->subxip + s->subxcnt);
+    return k;
+}
+
 // The query of one call site.
 struct QueryCache {
     std::string key;      // the query's bytes (the other document's, for DocLike)
     std::string version;  // WordNet state the words were stemmed with
+    SnapKey snap;         // the snapshot the state was last confirmed under
     bool valid = false;
     std::unique_ptr<dt::ExprArena> arena;
     dt::DocExprNode *tree = nullptr;  // rewritten; null: nothing matches
@@ -118,27 +170,38 @@ dt::DocExprNode *BuildTextQuery(dt::ExprArena &arena, QueryKind kind, const std:
 }
 
 // The cached tree of a text query for this call site, rebuilt when the
-// query or the WordNet state changed.  Needs the WordNet tables open.
-dt::DocExprNode *CachedTextQuery(FunctionCallInfo fcinfo, QueryKind kind, const std::string &query) {
+// query or the WordNet state changed.  The WordNet tables are opened (in
+// *wn) only when the state has to be read.
+dt::DocExprNode *CachedTextQuery(FunctionCallInfo fcinfo, QueryKind kind, const std::string &query,
+                                 std::optional<dt::pg::WordnetScope> &wn) {
     QueryCache &c = CallSiteCache(fcinfo);
+    if (c.valid && c.key == query && SameSnapshot(c.snap)) return c.tree;
+    SnapKey snap = CurrentSnapKey();
+    if (!wn) wn.emplace();
     std::string version = dt::pg::WordnetVersionKey();
-    if (c.valid && !version.empty() && c.version == version && c.key == query) return c.tree;
+    if (c.valid && !version.empty() && c.version == version && c.key == query) {
+        c.snap = snap;
+        return c.tree;
+    }
     c.valid = false;
     c.tree = nullptr;
     c.arena = std::make_unique<dt::ExprArena>();
     c.tree = BuildTextQuery(*c.arena, kind, query);
     c.key = query;
     c.version = version;
+    c.snap = version.empty() ? SnapKey() : snap;
     c.valid = true;
     return c.tree;
 }
 
 // The row's document as evaluation sees it: opened on the first question.
+// The WordNet tables are opened for the reading of a text (a stored term
+// table needs no stemming).
 struct LazyDoc {
     FunctionCallInfo fcinfo;
     int argno;
+    std::optional<dt::pg::WordnetScope> *wn;
     dt::pg::DocScanPtr scan;
-    bool opened = false;
 
     dt::DocTermSource Source() {
         dt::DocTermSource src;
@@ -146,8 +209,8 @@ struct LazyDoc {
             if (!scan) {
                 const void *value = dt::pg::DocArg(fcinfo, argno);
                 scan = dt::pg::_dt_MakeDocDesc(value, false);
-                opened = true;
             }
+            if (!(scan->desc->doc_flags & dt::kDocExhausted) && !*wn) wn->emplace();
             dt::pg::CheckInterrupts();
             return dt::_dt_IsWordInDoc(term.data(), term.size(), *scan->desc) != 0;
         };
@@ -159,9 +222,9 @@ struct LazyDoc {
 // of argument 0.
 Datum TextSearch(FunctionCallInfo fcinfo, QueryKind kind) {
     std::string query = TextArgBytes(fcinfo, 1);
-    dt::pg::WordnetScope wn;
-    dt::DocExprNode *tree = CachedTextQuery(fcinfo, kind, query);
-    LazyDoc doc{fcinfo, 0, nullptr};
+    std::optional<dt::pg::WordnetScope> wn;
+    dt::DocExprNode *tree = CachedTextQuery(fcinfo, kind, query, wn);
+    LazyDoc doc{fcinfo, 0, &wn, nullptr};
     bool match = dt::QueryMatches(tree, doc.Source());
     return BoolGetDatum(match);
 }
@@ -174,10 +237,22 @@ Datum DocSearch(FunctionCallInfo fcinfo) {
     auto handle = dt::DocLOHandleExternal(other);
     // A server file may change between calls: read it every time.
     bool keep = !(handle && dt::IsExternalHandle(*handle));
-    dt::pg::WordnetScope wn;
+    std::optional<dt::pg::WordnetScope> wn;
     QueryCache &c = CallSiteCache(fcinfo);
-    std::string version = dt::pg::WordnetVersionKey();
-    if (!(keep && c.valid && !version.empty() && c.version == version && c.key == key)) {
+    bool hit = keep && c.valid && c.key == key && SameSnapshot(c.snap);
+    SnapKey snap;
+    if (!hit) snap = CurrentSnapKey();
+    if (!hit && keep && c.valid && c.key == key) {
+        wn.emplace();
+        std::string version = dt::pg::WordnetVersionKey();
+        if (!version.empty() && c.version == version) {
+            c.snap = std::move(snap);
+            hit = true;
+        }
+    }
+    if (!hit) {
+        if (!wn) wn.emplace();
+        std::string version = dt::pg::WordnetVersionKey();
         c.valid = false;
         c.tree = nullptr;
         c.arena = std::make_unique<dt::ExprArena>();
@@ -185,9 +260,10 @@ Datum DocSearch(FunctionCallInfo fcinfo) {
         c.tree = dt::DocLikeQuery(*c.arena, scan->desc->doc_wordhashtab);
         c.key = std::move(key);
         c.version = version;
+        c.snap = version.empty() ? SnapKey() : snap;
         c.valid = keep;
     }
-    LazyDoc doc{fcinfo, 0, nullptr};
+    LazyDoc doc{fcinfo, 0, &wn, nullptr};
     return BoolGetDatum(dt::QueryMatches(c.tree, doc.Source()));
 }
 
