@@ -316,6 +316,8 @@ int _dt_ExcWordnet() {
 
 bool WordnetIsOpen() { return WordnetOpenCnt != 0; }
 
+const char *WordnetVersionKey() { return cache_key; }
+
 StemResult StemOneWord(const char *word) {
     if (!WordnetOpenCnt) _dt_OpenWordnet();
     CheckInterrupts();

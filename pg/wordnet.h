@@ -23,6 +23,10 @@ int _dt_CloseWordnet();
 // Marks the state closed without touching the relations (error paths).
 int _dt_ExcWordnet();
 bool WordnetIsOpen();
+// The state of the WordNet tables as seen by the last open: changes with
+// every change of the tables (the version row); "" when it is unknown.
+// Anything computed from stems may be kept while this stays the same.
+const char *WordnetVersionKey();
 
 // Stems one lower-case word of at most 1024 characters with the open
 // tables, through the stem cache when it is usable.
