@@ -74,4 +74,16 @@ text *StringToText(const std::string &s) {
     return ServerCall([&] { return cstring_to_text_with_len(s.data(), (int)s.size()); });
 }
 
+std::string TextArg(FunctionCallInfo fcinfo, int n) {
+    text *t = ServerCall([&] { return PG_GETARG_TEXT_PP(n); });
+    return TextToString(t);
+}
+
+Datum TextResult(const std::string &s) { return PointerGetDatum(StringToText(s)); }
+
+Datum NullResult(FunctionCallInfo fcinfo) {
+    fcinfo->isnull = true;
+    return (Datum)0;
+}
+
 }  // namespace dt::pg

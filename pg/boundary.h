@@ -101,4 +101,10 @@ void CheckInterrupts();
 std::string TextToString(const text *t);
 text *StringToText(const std::string &s);
 
+// Argument n of a SQL function as a string (detoasted safely).
+std::string TextArg(FunctionCallInfo fcinfo, int n);
+// A text result, and the SQL null result.
+Datum TextResult(const std::string &s);
+Datum NullResult(FunctionCallInfo fcinfo);
+
 }  // namespace dt::pg

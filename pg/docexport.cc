@@ -133,13 +133,6 @@ std::string SendClientSmallDocFile(const std::string &path, const void *value) {
 
 }  // namespace dt::pg
 
-namespace {
-Datum TextResult(const std::string &s) { return PointerGetDatum(dt::pg::StringToText(s)); }
-std::string TextArg(FunctionCallInfo fcinfo, int n) {
-    text *t = dt::pg::ServerCall([&] { return PG_GETARG_TEXT_PP(n); });
-    return dt::pg::TextToString(t);
-}
-}  // namespace
 
 extern "C" {
 PG_FUNCTION_INFO_V1(pgdoc_GetDoc);
@@ -152,11 +145,11 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_ConvertTx);
 Datum pgdoc_GetDoc(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string dir = TextArg(fcinfo, 1);
+        std::string dir = dt::pg::TextArg(fcinfo, 1);
         dt::pg::RequireDirectory(dir, "GetDoc");
         std::string spec = dt::DocSpec(v);
         auto handle = dt::DocLOHandleExternal(v);
-        if (!handle) return TextResult(spec + ":" + dt::pg::SendClientSmallDocFile(dir, v));
+        if (!handle) return dt::pg::TextResult(spec + ":" + dt::pg::SendClientSmallDocFile(dir, v));
         // The directory and the base of the stored path, without a suffix.
         std::string name = dt::pg::CutSuffix(dt::_dt_MakeTempName(dir, dt::DocPath(v)));
         if (dt::IsExternalHandle(*handle)) {
@@ -164,7 +157,7 @@ Datum pgdoc_GetDoc(PG_FUNCTION_ARGS) {
         } else {
             dt::pg::PutClientLargeObjectAs(v, *handle, name);
         }
-        return TextResult(spec + ":" + name);
+        return dt::pg::TextResult(spec + ":" + name);
     });
 }
 
@@ -173,7 +166,7 @@ Datum pgdoc_GetDoc(PG_FUNCTION_ARGS) {
 Datum pgdoc_dt_Export(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string filename = TextArg(fcinfo, 1);
+        std::string filename = dt::pg::TextArg(fcinfo, 1);
         dt::pg::RequireDirectory(filename, "dt_Export");
         std::string spec = dt::DocSpec(v);
         std::string path = dt::DocPath(v);
@@ -181,14 +174,14 @@ Datum pgdoc_dt_Export(PG_FUNCTION_ARGS) {
         if (handle) {
             std::string name = dt::IsExternalHandle(*handle) ? path
                                                              : dt::pg::PutClientLargeObject(v, *handle, filename);
-            return TextResult("handle(" + *handle + "),ImportName(" + name + ")," + spec + ":" + path);
+            return dt::pg::TextResult("handle(" + *handle + "),ImportName(" + name + ")," + spec + ":" + path);
         }
         std::string name = filename + "." + std::to_string(dt::_dt_random() % 100000);
         std::string text = dt::DocSmallText(v);
         dt::pg::PushBegin(name, (long long)text.size());
         dt::pg::PushData(text.data(), text.size());
         dt::pg::PushEnd((long long)text.size());
-        return TextResult("ImportName(" + name + ")," + spec + ":" + path);
+        return dt::pg::TextResult("ImportName(" + name + ")," + spec + ":" + path);
     });
 }
 
@@ -196,7 +189,7 @@ Datum pgdoc_dt_Export(PG_FUNCTION_ARGS) {
 // (ImportName, else the path) is read and scanned again.
 Datum pgdoc_dt_Import(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string s = TextArg(fcinfo, 0);
+        std::string s = dt::pg::TextArg(fcinfo, 0);
         std::string params, path;
         bool hascolon;
         dt::pg::SplitExport(s, params, path, hascolon);
@@ -221,8 +214,8 @@ Datum pgdoc_dt_Import(PG_FUNCTION_ARGS) {
 Datum pgdoc_dt_ConvertTx(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string frmtstr = TextArg(fcinfo, 1);
-        std::string dir = TextArg(fcinfo, 2);
+        std::string frmtstr = dt::pg::TextArg(fcinfo, 1);
+        std::string dir = dt::pg::TextArg(fcinfo, 2);
         dt::pg::RequireDirectory(dir, "dt_ConvertTx");
         std::string path = dt::DocPath(v);
         std::string params = dt::DocSpec(v);
@@ -277,6 +270,6 @@ Datum pgdoc_dt_ConvertTx(PG_FUNCTION_ARGS) {
         dt::pg::PutClientFile(convfile, clientname);
 
         std::string head = out.substr(0, out.find(':'));
-        return TextResult(head + ":" + clientname);
+        return dt::pg::TextResult(head + ":" + clientname);
     });
 }

@@ -124,13 +124,6 @@ std::string WriteDocToServerFile(const void *value, const std::string &directory
 
 }  // namespace dt::pg
 
-namespace {
-Datum TextResult(const std::string &s) { return PointerGetDatum(dt::pg::StringToText(s)); }
-Datum NullResult(FunctionCallInfo fcinfo) {
-    fcinfo->isnull = true;
-    return (Datum)0;
-}
-}  // namespace
 
 extern "C" {
 PG_FUNCTION_INFO_V1(pgdoc_DocLength);
@@ -162,7 +155,7 @@ Datum pgdoc_DocLength(PG_FUNCTION_ARGS) {
 Datum pgdoc_DocLOHandle(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         auto handle = dt::DocLOHandleExternal(dt::pg::DocArg(fcinfo, 0));
-        return handle ? TextResult(*handle) : NullResult(fcinfo);
+        return handle ? dt::pg::TextResult(*handle) : dt::pg::NullResult(fcinfo);
     });
 }
 
@@ -170,7 +163,7 @@ Datum pgdoc_DocLOHandle(PG_FUNCTION_ARGS) {
 Datum pgdoc_DocLOHandleExternal(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         auto handle = dt::DocLOHandleExternal(dt::pg::DocArg(fcinfo, 0));
-        return handle ? TextResult(*handle) : NullResult(fcinfo);
+        return handle ? dt::pg::TextResult(*handle) : dt::pg::NullResult(fcinfo);
     });
 }
 
@@ -178,7 +171,7 @@ Datum pgdoc_DocLOHandleExternal(PG_FUNCTION_ARGS) {
 Datum pgdoc_dt_LOhandles(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         auto handle = dt::DocLOHandleExternal(dt::pg::DocArg(fcinfo, 0));
-        if (!handle || dt::IsExternalHandle(*handle)) return NullResult(fcinfo);
+        if (!handle || dt::IsExternalHandle(*handle)) return dt::pg::NullResult(fcinfo);
         text *t = dt::pg::StringToText(*handle);
         return dt::pg::ServerCall([&] {
             Datum elem = PointerGetDatum(t);
@@ -196,7 +189,7 @@ Datum pgdoc_GetDocText(PG_FUNCTION_ARGS) {
         if (!ok)
             throw dt::Error::User("document text is not valid text in the database encoding", "22021",
                                   "Use GetDocInternal or dt_Export to get binary documents as files.");
-        return TextResult(text);
+        return dt::pg::TextResult(text);
     });
 }
 
@@ -211,7 +204,7 @@ Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
         dt::pg::RequireRole(ROLE_PG_WRITE_SERVER_FILES, "pg_write_server_files",
                             "write server files with GetDocInternal");
         std::string file = dt::pg::WriteDocToServerFile(v, dir);
-        return TextResult(dt::DocSpec(v) + ":" + file);
+        return dt::pg::TextResult(dt::DocSpec(v) + ":" + file);
     });
 }
 

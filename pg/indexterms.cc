@@ -68,10 +68,6 @@ std::string _dt_IndexTerms(const void *value, const std::string *input, int orig
 
 }  // namespace dt::pg
 
-namespace {
-Datum TextResult(const std::string &s) { return PointerGetDatum(dt::pg::StringToText(s)); }
-}  // namespace
-
 extern "C" {
 PG_FUNCTION_INFO_V1(pgdoc_IndexTerms);
 PG_FUNCTION_INFO_V1(pgdoc_Occurrences);
@@ -81,7 +77,7 @@ PG_FUNCTION_INFO_V1(pgdoc_TopNTerms);
 // IndexTerms(doc): every term with its count.
 Datum pgdoc_IndexTerms(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        return TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), nullptr, -1));
+        return dt::pg::TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), nullptr, -1));
     });
 }
 
@@ -90,8 +86,8 @@ Datum pgdoc_Occurrences(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         text *t = dt::pg::ServerCall([&] { return PG_GETARG_TEXT_PP(1); });
         std::string input = dt::pg::TextToString(t);
-        if (input.empty()) return TextResult("");
-        return TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), &input, -1));
+        if (input.empty()) return dt::pg::TextResult("");
+        return dt::pg::TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), &input, -1));
     });
 }
 
@@ -99,7 +95,7 @@ Datum pgdoc_Occurrences(PG_FUNCTION_ARGS) {
 Datum pgdoc_TopNTerms(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         int n = PG_GETARG_INT32(1);
-        if (n < 0) return TextResult("");
-        return TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), nullptr, n));
+        if (n < 0) return dt::pg::TextResult("");
+        return dt::pg::TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), nullptr, n));
     });
 }

@@ -33,25 +33,19 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_MorphWord);
 
 namespace {
 
-std::string TextArg(FunctionCallInfo fcinfo, int n) {
-    text *t = dt::pg::ServerCall([&] { return PG_GETARG_TEXT_PP(n); });
-    return dt::pg::TextToString(t);
-}
-
 void Lower(std::string &s) {
     for (char &c : s)
         if (std::isupper((unsigned char)c)) c = (char)std::tolower((unsigned char)c);
 }
 
-Datum TextResult(const std::string &s) { return PointerGetDatum(dt::pg::StringToText(s)); }
 
 // Stems and joins a text with the WordNet tables open for the time of it.
 Datum StripJoin(FunctionCallInfo fcinfo, const char *bool_op) {
-    std::string input = TextArg(fcinfo, 0);
+    std::string input = dt::pg::TextArg(fcinfo, 0);
     dt::pg::_dt_OpenWordnet();
     std::string out = dt::_dt_InternalStripAndStemText(input, bool_op, dt::pg::ServerStemHooks());
     dt::pg::_dt_CloseWordnet();
-    return TextResult(out);
+    return dt::pg::TextResult(out);
 }
 
 // Starts a materialized set result.
@@ -75,7 +69,7 @@ void PutTermRow(ReturnSetInfo *rsinfo, const std::string &word, int count) {
 // IsStopWord(word): whether the lower-cased word is in the stop-word list.
 Datum pgdoc_IsStopWord(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string w = TextArg(fcinfo, 0);
+        std::string w = dt::pg::TextArg(fcinfo, 0);
         if (w.size() > 1023) dt::ErrorRaise("XD00L");
         // The word ends at its first NUL, as a C string would.
         w = w.c_str();
@@ -88,14 +82,14 @@ Datum pgdoc_IsStopWord(PG_FUNCTION_ARGS) {
 // word as its stem, in lower case.
 Datum pgdoc_StemWord(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string given = TextArg(fcinfo, 0);
+        std::string given = dt::pg::TextArg(fcinfo, 0);
         std::string w = given.c_str();
         if (w.size() > (size_t)dt::kMaxWordLen) dt::ErrorRaise("XD00L");
         Lower(w);
         dt::pg::_dt_OpenWordnet();
         dt::StemResult r = dt::pg::StemOneWord(w.c_str());
         dt::pg::_dt_CloseWordnet();
-        return TextResult(r.lookupHit ? given : r.stem);
+        return dt::pg::TextResult(r.lookupHit ? given : r.stem);
     });
 }
 
@@ -122,7 +116,7 @@ Datum pgdoc_dt_FileTerms(PG_FUNCTION_ARGS) {
         if (!allowed)
             throw dt::Error::User("permission denied to read a server file as a document", "42501",
                                   "Only superusers and members of pg_read_server_files may do this.");
-        std::string path = TextArg(fcinfo, 0);
+        std::string path = dt::pg::TextArg(fcinfo, 0);
         if (path.find('\0') != std::string::npos || path.empty())
             dt::ErrorRaiseVA("XD00H", "FILENAME%s", path.c_str());
         dt::pg::_dt_OpenWordnet();
@@ -173,7 +167,7 @@ Datum pgdoc_dt_WordnetIsOpen(PG_FUNCTION_ARGS) {
 // first; and whether the accepted form is a stop word.
 Datum pgdoc_dt_MorphWord(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string w = TextArg(fcinfo, 0).c_str();
+        std::string w = dt::pg::TextArg(fcinfo, 0).c_str();
         if (w.size() > (size_t)dt::kMaxWordLen) dt::ErrorRaise("XD00L");
         Lower(w);
         dt::pg::_dt_OpenWordnet();
