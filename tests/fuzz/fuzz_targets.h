@@ -83,6 +83,21 @@ inline std::vector<std::string> SplitInput(const uint8_t *data, size_t size, siz
 // C text: the bytes up to the first NUL, as the server hands text over.
 inline std::string CText(const std::string &s) { return std::string(s.c_str()); }
 
+// Edits applied to bytes: each 4 input bytes are an offset (2 bytes), a
+// value and an operation (set, xor, insert, erase).
+inline void ApplyEdits(std::string &b, const std::string &edits) {
+    for (size_t i = 0; i + 4 <= edits.size() && !b.empty(); i += 4) {
+        size_t off = ((unsigned char)edits[i] << 8 | (unsigned char)edits[i + 1]) % b.size();
+        char v = edits[i + 2];
+        switch ((unsigned char)edits[i + 3] % 4) {
+            case 0: b[off] = v; break;
+            case 1: b[off] ^= v; break;
+            case 2: b.insert(b.begin() + off, v); break;
+            default: b.erase(off, 1); break;
+        }
+    }
+}
+
 // ---- format specifications ---------------------------------------------------
 // findparam over any list with buffers of every size; deleteparam on a list
 // of exactly its own size.
@@ -159,7 +174,32 @@ inline void DocLiteral(const uint8_t *data, size_t size) {
 
 // ValidateDocValue guards every doc argument: any bytes either raise or
 // give a value whose every accessor stays inside it.
+inline void CheckDocValue(const uint8_t *data, size_t size);
+// The first byte chooses the form: even, the bytes are the value; odd, a
+// real value of one of the four kinds from a literal and a text, with edits
+// of its bytes (parts separated by 0x01).
 inline void DocValue(const uint8_t *data, size_t size) {
+    if (size < 1) return;
+    if ((data[0] & 1) == 0) return CheckDocValue(data + 1, size - 1);
+    std::vector<std::string> in = SplitInput(data + 1, size - 1, 3);
+    dt::DocHeader h;
+    try {
+        h = dt::filldtname(CText(in[0]));
+    } catch (const dt::Error &) {
+        return;
+    }
+    std::string text = in[1].substr(0, 2048), v;
+    switch ((data[0] >> 1) % 4) {
+        case 0: v = dt::MakeSmallDocValue(h, text); break;
+        case 1: v = dt::MakeLODocValue(h, CText(text), 100, true, 3, 2); break;
+        case 2: v = dt::MakeLODocValue(h, CText(text), 100, false, 3, 2); break;
+        default: v = dt::MakeExternalDocValue(h, CText(text), 7); break;
+    }
+    ApplyEdits(v, in[2]);
+    CheckDocValue(reinterpret_cast<const uint8_t *>(v.data()), v.size());
+}
+
+inline void CheckDocValue(const uint8_t *data, size_t size) {
     Exact v(data, size, false);
     try {
         dt::ValidateDocValue(v.get(), v.n);
@@ -185,21 +225,17 @@ inline void DocValue(const uint8_t *data, size_t size) {
 }
 
 // ---- stored term tables --------------------------------------------------------
-// The first 2 bytes choose the entry count (some negative), the head is
-// exactly 408 + 12 n bytes of the input (zeros when it runs short), the rest
-// is the string area.  A table that reads must be a consistent word hash;
-// written back, it reads again to the same terms and counts.
-inline void TermTable(const uint8_t *data, size_t size) {
-    if (size < 2) return;
-    int n = (int)(((unsigned)data[0] << 8 | data[1]) % 700) - 20;
-    data += 2;
-    size -= 2;
+// Reads one table: the head is exactly 408 + 12 n bytes of `bytes` (zeros
+// when they run short), the rest is the string area.  A table that reads
+// must be a consistent word hash; written back, it reads again to the same
+// terms and counts.
+inline void CheckTermTable(const std::string &bytes, int n) {
     size_t headlen = dt::kTermTableHeaderSize + (size_t)std::max(n, 0) * dt::kWrdEntrySize;
     std::string head(headlen, '\0');
-    size_t take = std::min(size, headlen);
-    std::memcpy(&head[0], data, take);
+    size_t take = std::min(bytes.size(), headlen);
+    std::memcpy(&head[0], bytes.data(), take);
     Exact h(head.data(), head.size(), false);
-    Exact s(data + take, size - take, false);
+    Exact s(bytes.data() + take, bytes.size() - take, false);
     dt::WordHash out;
     try {
         dt::ReadTermTable(h.get(), n, s.get(), s.n, out);
@@ -225,6 +261,37 @@ inline void TermTable(const uint8_t *data, size_t size) {
             dt::DtWordHash *f = dt::WordHashFind(again, e->hashw_word.data(), e->hashw_word.size());
             FUZZ_CHECK(f && f->hashw_cnt == e->hashw_cnt);
         }
+}
+
+// The first byte chooses the form of the input.  Even: raw bytes, the next
+// 2 bytes give the entry count (some negative).  Odd: a real table of the
+// words before the first 0x01 (its count changed by the second byte), then
+// edits of its bytes.
+inline void TermTable(const uint8_t *data, size_t size) {
+    if (size < 3) return;
+    if ((data[0] & 1) == 0) {
+        int n = (int)(((unsigned)data[1] << 8 | data[2]) % 700) - 20;
+        CheckTermTable(std::string(reinterpret_cast<const char *>(data + 3), size - 3), n);
+        return;
+    }
+    int delta = (int)(int8_t)data[1] % 3;
+    std::vector<std::string> in = SplitInput(data + 2, size - 2, 2);
+    dt::WordHash h;
+    int index = 0;
+    std::string words = CText(in[0]);
+    try {
+        for (;;) {
+            const char *w = dt::_dt_WordFromString(words.c_str(), &index);
+            if (!*w) break;
+            dt::_dt_AddWordToHash(w, h);
+        }
+    } catch (const dt::Error &) {
+        return;
+    }
+    dt::TermTableBytes t = dt::WriteTermTable(h);
+    std::string bytes = t.head + t.strings;
+    ApplyEdits(bytes, in[1]);
+    CheckTermTable(bytes, h.hashentries + delta);
 }
 
 // ---- the tokenizer and the document buffer ---------------------------------------

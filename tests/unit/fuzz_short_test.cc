@@ -151,13 +151,17 @@ TEST(FuzzShort, DocValue) {
             case 2: v = dt::MakeLODocValue(h, "16384", 120, false, 4, 3); break;
             default: v = dt::MakeExternalDocValue(h, "/srv/x", 77); break;
         }
-        in.push_back(Mutate(rng, v, rng() % 4));
+        in.push_back('\0' + Mutate(rng, v, rng() % 4));
     }
     for (int i = 0; i < 500; i++) {
         std::string s(rng() % 64, '\0');
         for (char &c : s) c = (char)(rng() % 256);
         in.push_back(s);
     }
+    // The target's own construction: literal, text, edits.
+    std::vector<std::string> vocab = kSpecVocab;
+    vocab.insert(vocab.end(), {"\x01", "16384", "EXT:/srv/a", "hello "});
+    for (const std::string &s : Generate(33, 1000, vocab, 16)) in.push_back(std::string(1, (char)(2 * (rng() % 8) + 1)) + s);
     RunAll(dtfuzz::DocValue, in);
 }
 
@@ -173,8 +177,8 @@ TEST(FuzzShort, TermTable) {
             dt::_dt_AddWordToHash(w.c_str(), h);
         }
         dt::TermTableBytes t = dt::WriteTermTable(h);
-        int count = h.hashentries + 20;  // the target subtracts 20
-        std::string s;
+        int count = h.hashentries + 20;  // the raw form subtracts 20
+        std::string s(1, '\0');
         s += (char)(count >> 8);
         s += (char)(count & 255);
         s += t.head + t.strings;
@@ -182,11 +186,22 @@ TEST(FuzzShort, TermTable) {
         if (edits && rng() % 4 == 0) {
             // Another entry count for the same bytes.
             int c = rng() % 700;
-            s[0] = (char)(c >> 8);
-            s[1] = (char)(c & 255);
+            s[1] = (char)(c >> 8);
+            s[2] = (char)(c & 255);
         } else {
-            s = s.substr(0, 2) + Mutate(rng, s.substr(2), edits);
+            s = s.substr(0, 3) + Mutate(rng, s.substr(3), edits);
         }
+        in.push_back(s);
+    }
+    // The target's own construction: words, then edits of the table.
+    for (int i = 0; i < 1000; i++) {
+        std::string s = "\x01";
+        s += (char)(rng() % 5 - 2);
+        int n = rng() % 20;
+        for (int k = 0; k < n; k++) s += std::string(words[rng() % 11]) + std::to_string(rng() % 9) + " ";
+        s += "\x01";
+        int e = i < 100 ? 0 : rng() % 3;
+        for (int k = 0; k < 4 * e; k++) s += (char)(rng() % 256);
         in.push_back(s);
     }
     RunAll(dtfuzz::TermTable, in);
