@@ -17,9 +17,11 @@ i=0
 for f in /usr/share/common-licenses/{GPL-3,GPL-2,LGPL-2.1,Apache-2.0,Artistic,MPL-2.0}; do
     [ -f "$f" ] && cp "$f" "$WORK/c$i.txt" && i=$((i + 1))
 done
-find /usr/share/doc -name copyright -size +2k 2>/dev/null | sort | head -150 | xargs cat | head -c 400000 >"$WORK/big1.txt"
-find /usr/share/doc -name copyright -size +2k 2>/dev/null | sort | tail -150 | xargs cat | head -c 300000 >"$WORK/big2.txt"
+find /usr/share/doc -name copyright -size +2k 2>/dev/null | sort | head -150 | xargs cat 2>/dev/null | head -c 400000 >"$WORK/big1.txt"
+find /usr/share/doc -name copyright -size +2k 2>/dev/null | sort | tail -150 | xargs cat 2>/dev/null | head -c 300000 >"$WORK/big2.txt"
 printf 'a short note\n' >"$WORK/small.txt"
+declare -A MD5
+for f in "$WORK"/*.txt; do MD5[$(basename "$f")]=$(md5of "$f"); done
 q -c "CREATE TABLE docs (id int PRIMARY KEY, name text, body doc)"
 
 committed=0
@@ -58,10 +60,10 @@ wait_ready() {
 }
 check_after() {  # label
     same "$committed" "$(q -c "SELECT count(*) FROM docs")" "$1: the committed rows, no row of the interrupted transaction"
-    local bad=0 id name
-    while IFS='|' read -r id name; do
-        [ "$(q -c "SELECT md5(GetDocText(body)) FROM docs WHERE id = $id")" = "$(md5of "$WORK/$name")" ] || bad=$((bad + 1))
-    done < <(q -c "SELECT id, name FROM docs ORDER BY id")
+    local bad=0 name sum
+    while IFS='|' read -r name sum; do
+        [ "$sum" = "${MD5[$name]:-none}" ] || bad=$((bad + 1))
+    done < <(q -c "SELECT name, md5(GetDocText(body)) FROM docs ORDER BY id")
     same 0 "$bad" "$1: every committed document reads back equal to its file"
     same "$(q -c "SELECT count(DISTINCT dt_LOOid(body)) FROM docs")" \
          "$(q -c "SELECT count(*) FROM pg_largeobject_metadata")" "$1: no large object of the interrupted transaction"
@@ -74,8 +76,9 @@ start_stalled_load 200
 [ -n "$BACKEND" ] && pass "loader mid-pull (backend $BACKEND)" || fail "no loading backend found"
 check "a partial client file is in the backend's own directory" test -s "$(find "$SERVER_TMP/document.$BACKEND" -type f | head -1)"
 kill -KILL "$BACKEND"
-wait "$LOADER"; lrc=$?
+# docsql notices the lost connection once the stalled file ends.
 kill "$WRITER" 2>/dev/null; wait "$WRITER" 2>/dev/null
+wait "$LOADER"; lrc=$?
 same 3 "$lrc" "docsql reports the lost connection (exit 3)"
 check "the server recovers from the killed backend" wait_ready
 check "the killed backend's directory is still there before the library loads again" test -d "$SERVER_TMP/document.$BACKEND"
@@ -87,8 +90,8 @@ check_after "after SIGKILL"
 start_stalled_load 300
 [ -n "$BACKEND" ] && pass "loader mid-pull again (backend $BACKEND)" || fail "no loading backend found"
 as_pg "$PGBIN/pg_ctl" -D "$DOC_SERVER_DIR/data" -m immediate -w stop >/dev/null
-wait "$LOADER"; lrc=$?
 kill "$WRITER" 2>/dev/null; wait "$WRITER" 2>/dev/null
+wait "$LOADER"; lrc=$?
 same 3 "$lrc" "docsql reports the lost connection (exit 3)"
 check "a stale directory with a partial file is left by the shutdown" test -d "$SERVER_TMP/document.$BACKEND"
 as_pg "$PGBIN/pg_ctl" -D "$DOC_SERVER_DIR/data" -l "$DOC_SERVER_DIR/server.log" -w -t 60 start >/dev/null
@@ -107,12 +110,23 @@ for c in $(seq "$CYCLES"); do
     { echo "BEGIN;"
       for k in 0 1 2 3 4 5; do echo "INSERT INTO docs VALUES ($((base + k)), 'big$((k % 2 + 1)).txt', '$WORK/big$((k % 2 + 1)).txt');"; done
       echo "COMMIT;"
-      for k in $(seq 10 29); do f=c$((k % 6)).txt; [ -f "$WORK/$f" ] || f=small.txt
+      for k in $(seq 10 99); do f=c$((k % 6)).txt; [ -f "$WORK/$f" ] || f=small.txt
           echo "INSERT INTO docs VALUES ($((base + k)), '$f', '$WORK/$f');"; done
     } >"$WORK/cycle.sql"
     PGAPPNAME=crashload "$DOCSQL" -X -f "$WORK/cycle.sql" >"$WORK/cycle.out" 2>&1 &
     LOADER=$!
-    sleep "$(awk -v r=$RANDOM -v m="${CRASH_MAX_DELAY:-150}" 'BEGIN { printf "%.2f", 0.1 + (r % m) / 100 }')"
+    # The moment: a random number of committed rows of this cycle (below
+    # six: inside the first transaction, after a random pause).
+    target=$((RANDOM % 80))
+    for _ in $(seq 500); do
+        if [ "$target" -lt 6 ]; then
+            [ -n "$(psql -XAtc "SELECT pid FROM pg_stat_activity WHERE application_name = 'crashload'")" ] && break
+        else
+            [ "$(psql -XAtc "SELECT count(*) FROM docs WHERE id >= $base")" -ge "$target" ] && break
+        fi
+        sleep 0.01
+    done
+    [ "$target" -lt 6 ] && sleep "0.$((RANDOM % 4))"
     BACKEND=$(psql -XAtc "SELECT pid FROM pg_stat_activity WHERE application_name = 'crashload'")
     if [ $((c % 2)) = 1 ] && [ -n "$BACKEND" ]; then
         how="SIGKILL"; kill -KILL "$BACKEND"
