@@ -93,6 +93,18 @@ same 0 "$bad" "every document in both tables reads back equal to its file"
 same "0|0|0|0" "$(lo_state)" "orphans|lost|miscounted|removed by dt_VacuumLargeObjects"
 same "$(q -c "SELECT count(*) FROM dt_large_objects")" "$(q -c "SELECT count(*) FROM pg_largeobject_metadata")" \
      "one registry row per large object"
+# The copy race, step by step: one session deletes the only row naming a
+# large object and commits while another copies that row's value.
+q -c "INSERT INTO docs (worker, name, body) VALUES (99, 'f0.txt', '$WORK/f0.txt')"
+psql -X -q -c "BEGIN" -c "DELETE FROM docs WHERE worker = 99" -c "SELECT pg_sleep(1.5)" -c "COMMIT" >/dev/null &
+dpid=$!
+sleep 0.5
+out=$(q -c "INSERT INTO shared (name, body) SELECT name, body FROM docs WHERE worker = 99" 2>&1)
+wait $dpid
+has "ERROR:  40001: could not keep the document's large object" "$out" "a copy of a value whose object a committed delete removed: 40001"
+same 0 "$(q -c "SELECT count(*) FROM shared WHERE name = 'f0.txt' AND dt_LOOid(body) NOT IN (SELECT oid FROM pg_largeobject_metadata)")" "no value naming a removed object"
+same "0|0|0|0" "$(lo_state)" "after the race: orphans|lost|miscounted|removed"
+
 shared_count=$(q -c "SELECT count(*) FROM shared")
 echo "rows: docs $(q -c "SELECT count(*) FROM docs"), shared $shared_count, large objects $(q -c "SELECT count(*) FROM pg_largeobject_metadata")"
 check "no temporary file left" tmp_empty

@@ -254,6 +254,12 @@ DROP ROLE doc_conv_nobody;
 SELECT formatconvert('format(a):in.a', '/tmp/doc_conv_regress/x');
 \echo :LAST_ERROR_SQLSTATE
 
+-- The listing sees a file in the backend's own directory.
+DO $$ BEGIN EXECUTE format('COPY (SELECT 1) TO %L',
+    '/tmp/doc_conv_regress/tmp/document.' || pg_backend_pid() || '/probe'); END $$;
+SELECT pg_temp.tmpfiles() AS probe_seen;
+DO $$ BEGIN EXECUTE format('COPY (SELECT 1) TO PROGRAM %L',
+    'rm /tmp/doc_conv_regress/tmp/document.' || pg_backend_pid() || '/probe'); END $$;
 -- Clean up.
 SELECT pg_temp.tmpfiles() AS finally;
 TRUNCATE "DocumentConversions";
