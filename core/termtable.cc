@@ -1,6 +1,7 @@
 #include "termtable.h"
 
 #include <cstring>
+#include <vector>
 
 #include "doclayout.h"
 #include "error.h"
@@ -50,24 +51,36 @@ void ReadTermTable(const char *head, int hashentries, const char *strings, size_
         ErrorRaiseVA("TL001", "NAME%s", "Large object error", "OPERATION%s", what);
     };
     if (hashentries < 0) corrupt("Check of term table entry count");
+    if (GetI32(head, 4) != kHashBuckets || GetI32(head, 8) != kWrdEntrySize)
+        corrupt("Check of term table header");
+    // Every entry belongs to exactly one chain, and every term to one entry:
+    // chains that share or repeat entries, or repeat a term, are corrupt.
+    std::vector<bool> seen((size_t)hashentries, false);
+    int visited = 0;
     for (int b = 0; b < kHashBuckets; b++) {
         int idx = GetI32(head, 20 + 4 * b);
         if (idx == -1) continue;
         for (;; idx++) {
             if (idx < 0 || idx >= hashentries) corrupt("Check of term table bucket index");
+            if (seen[(size_t)idx]) corrupt("Check of term table chains");
+            seen[(size_t)idx] = true;
+            visited++;
             const char *entry = head + kTermTableHeaderSize + (size_t)idx * kWrdEntrySize;
             int32_t off = GetI32(entry, 0);
             if (off < 0 || (size_t)off >= strlen) corrupt("Check of term table string offset");
             const void *nul = std::memchr(strings + off, '\0', strlen - off);
             if (!nul) corrupt("Check of term table string area");
             size_t len = (size_t)(static_cast<const char *>(nul) - (strings + off));
-            _dt_AddWordToHash(strings + off, len, out);
+            int32_t cnt = GetI32(entry, 4);
+            if (cnt < 1) corrupt("Check of term table count");
+            if (_dt_AddWordToHash(strings + off, len, out) != 0) corrupt("Check of term table terms");
             // Added as a new word: it is the head of its bucket's chain.
             DtWordHash *e = out.heads[_dt_HashTextVal(strings + off, len)];
-            e->hashw_cnt = GetI32(entry, 4);
+            e->hashw_cnt = cnt;
             if (GetI32(entry, 8) == 0) break;
         }
     }
+    if (visited != hashentries) corrupt("Check of term table entry count");
 }
 
 }  // namespace dt

@@ -50,11 +50,26 @@ void OpenLargeObject(LargeObject &lo, const std::string &handle, bool write) {
     lo.handle = handle;
     lo.oid = oid;
     bool exists = oid != InvalidOid && ServerCall([&] { return LargeObjectExists(oid); });
-    if (!exists) dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
+    // An object that is gone now may still be there for the statement's
+    // snapshot: its row was read before a concurrent transaction removed
+    // the last reference and committed.  Readers then read it as of that
+    // snapshot (the server keeps its data while the snapshot lives).
+    bool asOfStatement = !exists && !write && oid != InvalidOid && ServerCall([] { return ActiveSnapshotSet(); });
+    if (!exists && !asOfStatement) dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
     int flags = write ? (INV_READ | INV_WRITE) : INV_READ;
     ModuleOwnerScope owner;
-    // Readers see the object as it is now, also one made earlier in the
-    // same statement.
+    if (asOfStatement) {
+        try {
+            lo.fd = ServerCall([&] {
+                return DatumGetInt32(DirectFunctionCall2(be_lo_open, ObjectIdGetDatum(oid), Int32GetDatum(flags)));
+            });
+        } catch (const dt::Error &) {
+            dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
+        }
+        return;
+    }
+    // Otherwise readers see the object as it is now, also one made earlier
+    // in the same statement.
     lo.fd = ServerCall([&] {
         PushActiveSnapshot(GetLatestSnapshot());
         int fd = DatumGetInt32(DirectFunctionCall2(be_lo_open, ObjectIdGetDatum(oid), Int32GetDatum(flags)));

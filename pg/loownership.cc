@@ -8,6 +8,7 @@
 
 extern "C" {
 #include "catalog/pg_authid.h"
+#include "catalog/pg_largeobject.h"
 #include "catalog/pg_type.h"
 #include "catalog/pg_trigger.h"
 #include "commands/trigger.h"
@@ -66,8 +67,38 @@ void RegisterLargeObject(Oid oid) {
     RegistryStatement("INSERT INTO %s (loid, refs) VALUES ($1, 0)", oid, 0);
 }
 
+namespace {
+// Whether the large object exists for the running statement's snapshot
+// (not the latest state of the catalog).
+bool ExistsForStatement(Oid oid) {
+    ModuleOwnerScope owner;
+    return ServerCall([&] {
+        bool found = false;
+        if (SPI_connect() != SPI_OK_CONNECT) elog(ERROR, "SPI_connect failed");
+        Oid argtypes[1] = {OIDOID};
+        Datum args[1] = {ObjectIdGetDatum(oid)};
+        int rc = SPI_execute_with_args("SELECT 1 FROM pg_catalog.pg_largeobject_metadata WHERE oid = $1", 1,
+                                       argtypes, args, nullptr, true, 1);
+        if (rc < 0) elog(ERROR, "large object lookup failed");
+        found = SPI_processed > 0;
+        SPI_finish();
+        return found;
+    });
+}
+}  // namespace
+
 int AddLargeObjectReference(Oid oid) {
-    return RegistryStatement("UPDATE %s SET refs = refs + 1 WHERE loid = $1 RETURNING refs", oid, 0);
+    int refs = RegistryStatement("UPDATE %s SET refs = refs + 1 WHERE loid = $1 RETURNING refs", oid, 0);
+    // A value read by this statement whose last other holder a concurrent
+    // transaction has removed since: its object is gone, and storing the
+    // value would name nothing.  The statement must run again.
+    if (refs == 0 && !ServerCall([&] { return LargeObjectExists(oid); }) && ExistsForStatement(oid))
+        throw dt::Error::User("could not keep the document's large object " + std::to_string(oid) +
+                                  ": a concurrent transaction removed it",
+                              "40001",
+                              "The value was read before another transaction dropped its last reference. "
+                              "Run the statement again.");
+    return refs;
 }
 
 int DropLargeObjectReference(Oid oid) {

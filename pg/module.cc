@@ -28,7 +28,7 @@ std::string dt::pg::HomeDir() {
                           "VX_HOME is not set in the server's environment and document.home is empty.");
 }
 
-std::string dt::pg::TempDir() {
+std::string dt::pg::TempBaseDir() {
     if (tmpdir_setting && *tmpdir_setting) return tmpdir_setting;
     struct stat st;
     if (stat("/usr/tmp", &st) == 0 && S_ISDIR(st.st_mode)) return "/usr/tmp";
@@ -52,4 +52,7 @@ void _PG_init(void) {
     dt::pg::DefineTextAnalysisSettings();
     MarkGUCPrefixReserved("document");
     dt::pg::TempFileInit();
+    // Backends killed without a chance to clean up leave their directories
+    // of temporary files behind; whoever loads the library next removes them.
+    dt::pg::SweepDeadBackendDirs();
 }

@@ -12,6 +12,10 @@ extern char *tmpdir_setting;
 // The module's home: $VX_HOME of the server's environment, else the
 // document.home setting; neither set raises a clear error.
 std::string HomeDir();
-// The directory for temporary files (document.tmpdir, /usr/tmp or /tmp).
+// The configured temporary directory (document.tmpdir, /usr/tmp or /tmp).
+std::string TempBaseDir();
+// This backend's own directory for temporary files: TempBaseDir() + "/"
+// + "document." + the backend's process id, made (mode 0700) on first use
+// and removed when the backend exits (pg/tempfile.cc).
 std::string TempDir();
 }  // namespace dt::pg

@@ -1,5 +1,13 @@
 // Temporary server files of the module.
 //
+// Every backend keeps its files in a directory of its own inside the
+// configured temporary directory, "document." + its process id (see
+// TempDir() in module.h), made with mode 0700 when the backend first needs
+// it and removed with everything in it when the backend exits.  A backend
+// that is killed (SIGKILL, a crash of the server) cannot clean up, so the
+// directories of backends that no longer exist are removed whenever the
+// library is loaded and whenever a backend makes its own directory.
+//
 // A file made for one operation is registered here when it is created.  The
 // operation removes it when it is done (TempFileRemove); if the transaction
 // or subtransaction aborts first, the file is removed then, so an error never
@@ -29,5 +37,15 @@ int TempFileCount();
 
 // Installs the transaction callbacks; called once when the library loads.
 void TempFileInit();
+
+// Removes the directories of temporary files of backends that no longer
+// exist from the configured temporary directory (all of them when dir is
+// empty: the current setting).  Only directories named "document." and a
+// process id, owned by the server's user, whose process is gone, are
+// touched.  Returns how many were removed; never throws.
+int SweepDeadBackendDirs(const std::string &dir = std::string());
+
+// The name prefix of the backends' directories.
+extern const char *const kBackendDirPrefix;
 
 }  // namespace dt::pg

@@ -27,7 +27,12 @@ setup_server() {
     psql -X -q -v ON_ERROR_STOP=1 -c "CREATE EXTENSION document" \
         -c "ALTER DATABASE $PGDATABASE SET document.tmpdir = '$SERVER_TMP'" >/dev/null
 }
-tmp_empty() { [ -z "$(ls -A "$SERVER_TMP")" ]; }
+# Each backend keeps its files in SERVER_TMP/document.PID (removed when it
+# exits, or by the next backend once it is gone): no file anywhere in the
+# tree, and nothing but such directories at the top.
+tmp_empty() {
+    [ -z "$(find "$SERVER_TMP" -mindepth 1 \( ! -type d -o ! -name 'document.[1-9]*' -o -path "$SERVER_TMP/*/*" \) -print)" ]
+}
 md5of() { md5sum "$1" | cut -d' ' -f1; }
 # docsql, unaligned rows only
 q() { "$DOCSQL" -X -qtA "$@"; }

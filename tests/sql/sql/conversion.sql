@@ -7,8 +7,17 @@
 -- directory for the module, so that left-over files can be listed.
 COPY (SELECT 1) TO PROGRAM 'rm -rf /tmp/doc_conv_regress && mkdir -p /tmp/doc_conv_regress/tmp';
 SET document.tmpdir = '/tmp/doc_conv_regress/tmp';
+-- Each backend keeps its temporary files in its own directory document.PID:
+-- list the files in those, and anything else at the top.
 CREATE FUNCTION pg_temp.tmpfiles() RETURNS text[] LANGUAGE sql AS $$
-    SELECT coalesce(array_agg(f ORDER BY f), '{}') FROM pg_ls_dir('/tmp/doc_conv_regress/tmp') f $$;
+    WITH top AS (
+        SELECT d, d ~ '^document\.[1-9][0-9]*$'
+                  AND (pg_stat_file('/tmp/doc_conv_regress/tmp/' || d)).isdir AS backend
+          FROM pg_ls_dir('/tmp/doc_conv_regress/tmp') d)
+    SELECT coalesce(array_agg(f ORDER BY f), '{}') FROM (
+        SELECT d AS f FROM top WHERE NOT backend
+        UNION ALL
+        SELECT f FROM top, pg_ls_dir(CASE WHEN backend THEN '/tmp/doc_conv_regress/tmp/' || d END) f) x $$;
 
 -- Helpers of the steps: write a file with exactly the given text; the path
 -- of a spec (a name without ':' is a path).
@@ -137,8 +146,10 @@ SELECT formatconvert('format(a):/tmp/doc_conv_regress/in.a', 'format(d):/tmp/doc
 -- The second step read in.a, not the first step's output.
 SELECT pg_read_file('/tmp/doc_conv_regress/out2.d') AS converted;
 SELECT step, inspec,
-       regexp_replace(outspec, '\.[0-9]+fmtcnv$', '.NNNfmtcnv') AS outspec,
-       outspec ~ '^/tmp/doc_conv_regress/tmp/out2\.d\.[0-9]{1,5}fmtcnv$' AS temp_name,
+       regexp_replace(regexp_replace(outspec, '\.[0-9]+fmtcnv$', '.NNNfmtcnv'),
+                      '/document\.[0-9]+/', '/document.PID/') AS outspec,
+       outspec ~ ('^/tmp/doc_conv_regress/tmp/document\.' || pg_backend_pid() ||
+                  '/out2\.d\.[0-9]{1,5}fmtcnv$') AS temp_name,
        prev_exists
   FROM steplog ORDER BY n;
 -- The first step's temporary file is gone.
@@ -243,6 +254,12 @@ DROP ROLE doc_conv_nobody;
 SELECT formatconvert('format(a):in.a', '/tmp/doc_conv_regress/x');
 \echo :LAST_ERROR_SQLSTATE
 
+-- The listing sees a file in the backend's own directory.
+DO $$ BEGIN EXECUTE format('COPY (SELECT 1) TO %L',
+    '/tmp/doc_conv_regress/tmp/document.' || pg_backend_pid() || '/probe'); END $$;
+SELECT pg_temp.tmpfiles() AS probe_seen;
+DO $$ BEGIN EXECUTE format('COPY (SELECT 1) TO PROGRAM %L',
+    'rm /tmp/doc_conv_regress/tmp/document.' || pg_backend_pid() || '/probe'); END $$;
 -- Clean up.
 SELECT pg_temp.tmpfiles() AS finally;
 TRUNCATE "DocumentConversions";

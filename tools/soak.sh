@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Long runs of the crash and concurrency tests (not part of make check):
+#
+#   tools/soak.sh [CYCLES] [ROUNDS]      (defaults 40 crash cycles, 150 rounds)
+#
+# Installs the build (under the install lock), then runs
+# tests/e2e/crash_insert.sh with CYCLES kills at random moments of a
+# loading script, and tests/e2e/concurrent_insert.sh with 8 sessions of
+# ROUNDS rounds each, every one against its own private server.  Results
+# are appended to bench/results/soak.txt.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+BUILD=${BUILD:-build}
+cycles=${1:-40}
+rounds=${2:-150}
+out=bench/results/soak.txt
+mkdir -p bench/results
+make --no-print-directory build >/dev/null || exit 1
+log=$(mktemp /tmp/docsoak.XXXXXX)
+rc=0
+flock /tmp/document-install.lock bash -c "
+    CMAKE_INSTALL_ALWAYS=1 cmake --install '$BUILD' >/dev/null || exit 1
+    s=\$(date +%s)
+    DOC_BUILD='$BUILD' CRASH_CYCLES=$cycles CRASH_MAX_DELAY=300 tools/pgserver.sh bash tests/e2e/crash_insert.sh >'$log.crash' 2>&1; c=\$?
+    m=\$(date +%s)
+    DOC_BUILD='$BUILD' WORKERS=8 ROUNDS=$rounds tools/pgserver.sh bash tests/e2e/concurrent_insert.sh >'$log.conc' 2>&1; k=\$?
+    e=\$(date +%s)
+    echo \"crash: \$c \$((m - s)) s; concurrency: \$k \$((e - m)) s\" >'$log'
+    [ \$c = 0 ] && [ \$k = 0 ]" || rc=1
+{
+    echo "== $(date -u +%Y-%m-%dT%H:%MZ) soak: $cycles crash cycles, 8 sessions x $rounds rounds ($(git rev-parse --short HEAD))"
+    cat "$log"
+    grep -E '^FAIL|checks,' "$log.crash" | sed 's/^/crash: /'
+    grep -E 'cycle .*acknowledged' "$log.crash" | sed 's/^/crash: /'
+    grep -E '^FAIL|checks,|sessions done|rows:|refused' "$log.conc" | sed 's/^/concurrency: /'
+} | tee -a "$out"
+rm -f "$log" "$log.crash" "$log.conc"
+exit $rc
