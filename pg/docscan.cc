@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 
 namespace dt::pg {
 
@@ -18,11 +19,16 @@ DocScan::~DocScan() {
     if (!tempfile.empty()) TempFileRemove(tempfile);
 }
 
-WordnetScope::WordnetScope() { _dt_OpenWordnet(); }
+WordnetScope::WordnetScope() : exceptions_(std::uncaught_exceptions()) { _dt_OpenWordnet(); }
 
 WordnetScope::~WordnetScope() {
     try {
-        _dt_CloseWordnet();
+        // Left by an error: the scans may be in the middle of a lookup, so
+        // they are closed rather than kept.
+        if (std::uncaught_exceptions() > exceptions_)
+            _dt_ReleaseWordnet();
+        else
+            _dt_CloseWordnet();
     } catch (...) {
         // An abort closes the tables anyway.
         _dt_ExcWordnet();

@@ -6,6 +6,7 @@
 
 #include "boundary.h"
 #include "module.h"
+#include "snapkey.h"
 #include "stopwords.h"
 #include "tokenizer.h"
 
@@ -22,12 +23,15 @@ extern "C" {
 #include "catalog/namespace.h"
 #include "catalog/pg_extension.h"
 #include "catalog/indexing.h"
+#include "commands/defrem.h"
 #include "executor/tuptable.h"
 #include "utils/fmgroids.h"
 #include "utils/guc.h"
 #include "utils/lsyscache.h"
 #include "utils/memutils.h"
+#include "tcop/utility.h"
 #include "utils/rel.h"
+#include "utils/resowner.h"
 #include "utils/snapmgr.h"
 }
 
@@ -48,12 +52,19 @@ struct DocWordnet {
     TupleTableSlot *dwn_exclslot;
     Snapshot dwn_snapshot;       // registered for the time the scans are open
     SubTransactionId dwn_subid;  // the subtransaction that opened
+    ResourceOwner dwn_owner;     // that subtransaction's resource owner
     char dwn_key[VARHDRSZ + kMaxWordLen];  // the lookup key, a text value
 };
 
+// DocWordnetPtr is set while the tables are open (WordnetOpenCnt 1) and
+// while they are kept for the next open (WordnetOpenCnt 0: "parked").
 DocWordnet *DocWordnetPtr = nullptr;
 int WordnetOpenCnt = 0;
 bool callbacks_registered = false;
+// The snapshot the state was opened under: a later open under a snapshot
+// that sees the same rows takes the state over as it is.
+SnapKey open_snap;
+ProcessUtility_hook_type prev_utility_hook = nullptr;
 
 bool stem_cache_setting = true;
 StemCache stem_cache;
@@ -88,6 +99,9 @@ void CloseWordnetC() {
     DocWordnetPtr = nullptr;
     WordnetOpenCnt = 0;
     if (!w) return;
+    // Everything was taken under the opening subtransaction's owner.
+    ResourceOwner saved = CurrentResourceOwner;
+    CurrentResourceOwner = w->dwn_owner;
     index_endscan(w->dwn_stemsd);
     index_endscan(w->dwn_exclsd);
     ExecDropSingleTupleTableSlot(w->dwn_stemslot);
@@ -97,8 +111,21 @@ void CloseWordnetC() {
     index_close(w->dwn_exclindex, NoLock);
     table_close(w->dwn_stemtable, NoLock);
     table_close(w->dwn_excltable, NoLock);
-    UnregisterSnapshot(w->dwn_snapshot);
+    UnregisterSnapshotFromOwner(w->dwn_snapshot, w->dwn_owner);
+    CurrentResourceOwner = saved;
     pfree(w);
+}
+
+// Parks the open state: the scans give up their buffer pins; relations,
+// scans and snapshot stay for the next open.
+void ParkWordnetC() {
+    DocWordnet *w = DocWordnetPtr;
+    ResourceOwner saved = CurrentResourceOwner;
+    CurrentResourceOwner = w->dwn_owner;
+    index_rescan(w->dwn_stemsd, nullptr, 1, nullptr, 0);
+    index_rescan(w->dwn_exclsd, nullptr, 1, nullptr, 0);
+    CurrentResourceOwner = saved;
+    WordnetOpenCnt = 0;
 }
 
 void WordnetXactCallback(XactEvent event, void *) {
@@ -106,8 +133,9 @@ void WordnetXactCallback(XactEvent event, void *) {
     case XACT_EVENT_PRE_COMMIT:
     case XACT_EVENT_PARALLEL_PRE_COMMIT:
     case XACT_EVENT_PRE_PREPARE:
-        // A caller that forgot to close: close properly before commit.
-        if (WordnetOpenCnt) CloseWordnetC();
+        // Kept or left open: close properly before the transaction's
+        // resources are released.
+        if (DocWordnetPtr) CloseWordnetC();
         break;
     case XACT_EVENT_ABORT:
     case XACT_EVENT_PARALLEL_ABORT:
@@ -121,15 +149,31 @@ void WordnetXactCallback(XactEvent event, void *) {
     }
 }
 
+// The state belongs to the subtransaction that opened it: closed when that
+// one commits (its resource owner goes away), forgotten when it aborts (the
+// server releases everything).  An open in a subtransaction below never
+// takes over a state of the one above (see _dt_OpenWordnet).
 void WordnetSubXactCallback(SubXactEvent event, SubTransactionId mySubid,
                             SubTransactionId parentSubid, void *) {
-    if (!WordnetOpenCnt || !DocWordnetPtr || DocWordnetPtr->dwn_subid != mySubid) return;
+    if (!DocWordnetPtr || DocWordnetPtr->dwn_subid != mySubid) return;
     if (event == SUBXACT_EVENT_ABORT_SUB) {
         DocWordnetPtr = nullptr;
         WordnetOpenCnt = 0;
-    } else if (event == SUBXACT_EVENT_COMMIT_SUB) {
-        DocWordnetPtr->dwn_subid = parentSubid;
+    } else if (event == SUBXACT_EVENT_PRE_COMMIT_SUB || event == SUBXACT_EVENT_COMMIT_SUB) {
+        CloseWordnetC();
     }
+}
+
+// A utility command may need the WordNet relations without other users
+// (TRUNCATE, ALTER, DROP, REINDEX ...): a parked state is closed first.
+void WordnetUtilityHook(PlannedStmt *pstmt, const char *queryString, bool readOnlyTree,
+                        ProcessUtilityContext context, ParamListInfo params,
+                        QueryEnvironment *queryEnv, DestReceiver *dest, QueryCompletion *qc) {
+    if (DocWordnetPtr && !WordnetOpenCnt) CloseWordnetC();
+    if (prev_utility_hook)
+        prev_utility_hook(pstmt, queryString, readOnlyTree, context, params, queryEnv, dest, qc);
+    else
+        standard_ProcessUtility(pstmt, queryString, readOnlyTree, context, params, queryEnv, dest, qc);
 }
 
 // Reads the version row of the WordNet tables (bumped by a trigger on every
@@ -166,15 +210,18 @@ int OpenWordnetC(char *key, size_t keysize) {
     if (!OidIsValid(exclidx)) return 2;
 
     MemoryContext old = MemoryContextSwitchTo(CurTransactionContext);
+    ResourceOwner savedOwner = CurrentResourceOwner;
+    CurrentResourceOwner = CurTransactionResourceOwner;
     DocWordnet *w = (DocWordnet *)palloc0(sizeof(DocWordnet));
     w->dwn_subid = GetCurrentSubTransactionId();
+    w->dwn_owner = CurTransactionResourceOwner;
     w->dwn_stemindex = index_open(stemidx, AccessShareLock);
     w->dwn_stemtable = table_open(w->dwn_stemindex->rd_index->indrelid, AccessShareLock);
     w->dwn_exclindex = index_open(exclidx, AccessShareLock);
     w->dwn_excltable = table_open(w->dwn_exclindex->rd_index->indrelid, AccessShareLock);
     w->dwn_idesc = RelationGetDescr(w->dwn_excltable);
-    w->dwn_snapshot =
-        RegisterSnapshot(ActiveSnapshotSet() ? GetActiveSnapshot() : GetTransactionSnapshot());
+    w->dwn_snapshot = RegisterSnapshotOnOwner(
+        ActiveSnapshotSet() ? GetActiveSnapshot() : GetTransactionSnapshot(), w->dwn_owner);
 
     // One key: attribute 1 equal (text equality, the index's "C" collation)
     // to a dummy text; every lookup re-keys the scan.
@@ -193,6 +240,7 @@ int OpenWordnetC(char *key, size_t keysize) {
     w->dwn_exclslot = table_slot_create(w->dwn_excltable, nullptr);
 
     ReadCacheKey(nsp, stemidx, exclidx, w->dwn_snapshot, key, keysize);
+    CurrentResourceOwner = savedOwner;
     MemoryContextSwitchTo(old);
 
     DocWordnetPtr = w;
@@ -214,6 +262,24 @@ bool LookupC(IndexScanDesc scan, Relation index, TupleTableSlot *slot, char *key
 
 // ---- C++ -------------------------------------------------------------------
 
+// Runs a server call with the resource owner of the WordNet state, so that
+// buffer pins and tuple descriptor references taken by the scans belong to
+// the state; the caller's owner is back afterwards, also after an error.
+struct OwnerRestore {
+    ResourceOwner saved;
+    ~OwnerRestore() { CurrentResourceOwner = saved; }
+};
+
+template <class F>
+auto OwnedCall(F &&f) -> decltype(f()) {
+    OwnerRestore restore{CurrentResourceOwner};
+    ResourceOwner owner = DocWordnetPtr->dwn_owner;
+    return ServerCall([&] {
+        CurrentResourceOwner = owner;
+        return f();
+    });
+}
+
 void RegisterCallbacks() {
     if (callbacks_registered) return;
     ServerCall([] {
@@ -232,7 +298,7 @@ size_t CheckedLen(const char *word) {
 bool IsBaseForm(const char *word) {
     DocWordnet *w = DocWordnetPtr;
     size_t len = CheckedLen(word);
-    return ServerCall([&] {
+    return OwnedCall([&] {
         bool found = LookupC(w->dwn_stemsd, w->dwn_stemindex, w->dwn_stemslot, w->dwn_key, word, len);
         ExecClearTuple(w->dwn_stemslot);
         return found;
@@ -245,7 +311,7 @@ bool ExceptionLookup(const char *word, std::string &base) {
     size_t len = CheckedLen(word);
     char buf[kMaxWordLen + 1];
     // 0 no hit, 1 hit, 2 invalid row identifier, 3 no base form in the row
-    int status = ServerCall([&] {
+    int status = OwnedCall([&] {
         int st = 0;
         if (LookupC(w->dwn_exclsd, w->dwn_exclindex, w->dwn_exclslot, w->dwn_key, word, len)) {
             if (!ItemPointerIsValid(&w->dwn_exclsd->xs_heaptid)) {
@@ -292,11 +358,23 @@ std::string StopWordPathFromHome() { return StopWordPath(); }
 
 int _dt_OpenWordnet() {
     if (WordnetOpenCnt) return 1;
+    if (DocWordnetPtr) {
+        // Parked: taken over under a snapshot that sees the same rows, in
+        // the subtransaction that opened it; the version key and the stem
+        // cache stay as they are.
+        if (DocWordnetPtr->dwn_subid == GetCurrentSubTransactionId() && SameSnapshot(open_snap)) {
+            WordnetOpenCnt = 1;
+            return 1;
+        }
+        _dt_ReleaseWordnet();
+    }
     RegisterCallbacks();
     char key[sizeof cache_key];
+    OwnerRestore restore{CurrentResourceOwner};
     int rc = ServerCall([&] { return OpenWordnetC(key, sizeof key); });
     if (rc == 1) ErrorRaiseVA("XD00C", "TABNAME%s", "wordnet_stems_index");
     if (rc == 2) ErrorRaiseVA("XD00D", "TABNAME%s", "wordnet_excl_index");
+    open_snap = CurrentSnapKey();
     snprintf(cache_key, sizeof cache_key, "%s", key);
     StemCacheValidate(stem_cache, cache_key);
     return 1;
@@ -304,6 +382,18 @@ int _dt_OpenWordnet() {
 
 int _dt_CloseWordnet() {
     if (!WordnetOpenCnt) return 1;
+    if (!open_snap.valid) return _dt_ReleaseWordnet();
+    OwnerRestore restore{CurrentResourceOwner};
+    ServerCall([] { ParkWordnetC(); });
+    return 1;
+}
+
+int _dt_ReleaseWordnet() {
+    if (!DocWordnetPtr) {
+        WordnetOpenCnt = 0;
+        return 1;
+    }
+    OwnerRestore restore{CurrentResourceOwner};
     ServerCall([] { CloseWordnetC(); });
     return 1;
 }
@@ -362,6 +452,8 @@ StemCacheCounters StemCacheStats() {
 }
 
 void DefineTextAnalysisSettings() {
+    prev_utility_hook = ProcessUtility_hook;
+    ProcessUtility_hook = WordnetUtilityHook;
     SetStopWordPathProvider(&StopWordPathFromHome);
     DefineCustomBoolVariable(
         "document.stem_cache", "Keeps the stems of words in a per-process cache.",
