@@ -39,8 +39,12 @@ namespace dt::pg {
 
 namespace {
 
-// The state while open; allocated in the transaction's memory.
+// The state while open or parked.  It lives in a memory context of its own
+// under the opening (sub)transaction's, and every scan call runs in that
+// context: index AMs allocate lazily during a scan (btree's list of killed
+// items, for one) and those allocations must last as long as the scan.
 struct DocWordnet {
+    MemoryContext dwn_cxt;
     Relation dwn_stemtable;      // the table of base forms
     Relation dwn_stemindex;      // "wordnet_stems_index"
     IndexScanDesc dwn_stemsd;    // scan on it, re-keyed for every lookup
@@ -102,6 +106,7 @@ void CloseWordnetC() {
     // Everything was taken under the opening subtransaction's owner.
     ResourceOwner saved = CurrentResourceOwner;
     CurrentResourceOwner = w->dwn_owner;
+    MemoryContext old = MemoryContextSwitchTo(w->dwn_cxt);
     index_endscan(w->dwn_stemsd);
     index_endscan(w->dwn_exclsd);
     ExecDropSingleTupleTableSlot(w->dwn_stemslot);
@@ -113,7 +118,8 @@ void CloseWordnetC() {
     table_close(w->dwn_excltable, NoLock);
     UnregisterSnapshotFromOwner(w->dwn_snapshot, w->dwn_owner);
     CurrentResourceOwner = saved;
-    pfree(w);
+    MemoryContextSwitchTo(old);
+    MemoryContextDelete(w->dwn_cxt);
 }
 
 // Parks the open state: the scans give up their buffer pins; relations,
@@ -122,8 +128,10 @@ void ParkWordnetC() {
     DocWordnet *w = DocWordnetPtr;
     ResourceOwner saved = CurrentResourceOwner;
     CurrentResourceOwner = w->dwn_owner;
+    MemoryContext old = MemoryContextSwitchTo(w->dwn_cxt);
     index_rescan(w->dwn_stemsd, nullptr, 1, nullptr, 0);
     index_rescan(w->dwn_exclsd, nullptr, 1, nullptr, 0);
+    MemoryContextSwitchTo(old);
     CurrentResourceOwner = saved;
     WordnetOpenCnt = 0;
 }
@@ -209,10 +217,13 @@ int OpenWordnetC(char *key, size_t keysize) {
     Oid exclidx = RelidIn(nsp, "wordnet_excl_index");
     if (!OidIsValid(exclidx)) return 2;
 
-    MemoryContext old = MemoryContextSwitchTo(CurTransactionContext);
+    MemoryContext cxt = AllocSetContextCreate(CurTransactionContext, "document WordNet",
+                                              ALLOCSET_SMALL_SIZES);
+    MemoryContext old = MemoryContextSwitchTo(cxt);
     ResourceOwner savedOwner = CurrentResourceOwner;
     CurrentResourceOwner = CurTransactionResourceOwner;
     DocWordnet *w = (DocWordnet *)palloc0(sizeof(DocWordnet));
+    w->dwn_cxt = cxt;
     w->dwn_subid = GetCurrentSubTransactionId();
     w->dwn_owner = CurTransactionResourceOwner;
     w->dwn_stemindex = index_open(stemidx, AccessShareLock);
@@ -248,7 +259,8 @@ int OpenWordnetC(char *key, size_t keysize) {
     return 0;
 }
 
-// Re-keys a scan with word and fetches the first visible hit.
+// Re-keys a scan with word and fetches the first visible hit (in the
+// state's memory context; the caller's is current again on return).
 bool LookupC(IndexScanDesc scan, Relation index, TupleTableSlot *slot, char *key,
              const char *word, size_t len) {
     SET_VARSIZE(key, VARHDRSZ + len);
@@ -256,8 +268,11 @@ bool LookupC(IndexScanDesc scan, Relation index, TupleTableSlot *slot, char *key
     ScanKeyData sk;
     ScanKeyEntryInitialize(&sk, 0, 1, BTEqualStrategyNumber, InvalidOid,
                            index->rd_indcollation[0], F_TEXTEQ, PointerGetDatum(key));
+    MemoryContext old = MemoryContextSwitchTo(DocWordnetPtr->dwn_cxt);
     index_rescan(scan, &sk, 1, nullptr, 0);
-    return index_getnext_slot(scan, ForwardScanDirection, slot);
+    bool found = index_getnext_slot(scan, ForwardScanDirection, slot);
+    MemoryContextSwitchTo(old);
+    return found;
 }
 
 // ---- C++ -------------------------------------------------------------------
