@@ -423,19 +423,29 @@ bool WordnetIsOpen() { return WordnetOpenCnt != 0; }
 
 const char *WordnetVersionKey() { return cache_key; }
 
-StemResult StemOneWord(const char *word) {
+namespace {
+
+// The stem result of a lower-case word, from the cache when it is usable;
+// a result computed without it goes to scratch.
+const StemResult &StemLookup(const char *word, StemResult &scratch) {
     if (!WordnetOpenCnt) _dt_OpenWordnet();
     CheckInterrupts();
-    CheckedLen(word);
-    bool useCache = stem_cache_setting && cache_key[0];
-    if (useCache) {
-        std::string w(word);
-        if (const StemResult *r = StemCacheFind(stem_cache, w)) return *r;
-        StemResult r = StemWordFull(ServerLexicon(), word);
-        StemCacheStore(stem_cache, w, r);
-        return r;
+    size_t len = CheckedLen(word);
+    if (stem_cache_setting && cache_key[0]) {
+        if (const StemResult *r = StemCacheFind(stem_cache, word, len)) return *r;
+        scratch = StemWordFull(ServerLexicon(), word);
+        StemCacheStore(stem_cache, word, len, scratch);
+        return scratch;
     }
-    return StemWordFull(ServerLexicon(), word);
+    scratch = StemWordFull(ServerLexicon(), word);
+    return scratch;
+}
+
+}  // namespace
+
+StemResult StemOneWord(const char *word) {
+    StemResult scratch;
+    return StemLookup(word, scratch);
 }
 
 std::string MorphOneWord(const char *word, char *isStop) {
@@ -449,9 +459,10 @@ const StemHooks &ServerStemHooks() {
         StemHooks h;
         h.isStopWord = [](const char *w) { return _dt_IsStopWord(w); };
         h.stemWord = [](const char *w, std::string &stem) {
-            StemResult r = StemOneWord(w);
+            StemResult scratch;
+            const StemResult &r = StemLookup(w, scratch);
             if (r.isStop) return false;
-            stem = r.stem;
+            stem.assign(r.stem);
             return true;
         };
         return h;
@@ -462,7 +473,7 @@ const StemHooks &ServerStemHooks() {
 std::string StopWordPath() { return HomeDir() + "/extend/document/install/stopwords"; }
 
 StemCacheCounters StemCacheStats() {
-    return {(long long)stem_cache.map.size(), (long long)stem_cache.hits,
+    return {(long long)StemCacheSize(stem_cache), (long long)stem_cache.hits,
             (long long)stem_cache.misses, (long long)stem_cache.resets};
 }
 
