@@ -87,12 +87,12 @@ DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll) {
     auto handle = dt::DocLOHandleExternal(value);
     bool external = handle && dt::IsExternalHandle(*handle);
     std::string spec = dt::DocSpec(value);
-    std::string path = dt::DocPath(value);
     auto format = dt::FindParamValue("format", spec);
     scan->desc = std::make_unique<DocDesc>();
     if (format && *format != "ascii") {
         // Convert the text first: the source is the external file, or the
         // in-row text written to a temporary file.
+        std::string path = dt::DocPath(value);
         std::string source, smallfile;
         if (external) {
             source = dt::ExternalHandlePath(*handle);
@@ -126,7 +126,7 @@ DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll) {
         if (len > kDocBufSize) {
             // Texts of up to 2048 bytes are kept in the row; read longer
             // ones (from other builds) through a file.
-            scan->tempfile = TextToTempFile(std::string(text, len), path);
+            scan->tempfile = TextToTempFile(std::string(text, len), dt::DocPath(value));
             _dt_InitDocDesc(*scan->desc, scan->tempfile.c_str(), UnixDocType, 0);
         } else {
             _dt_InitDocDesc(*scan->desc, text, SmallDocType, len);
