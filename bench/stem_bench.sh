@@ -62,7 +62,7 @@ rate() { awk -v w="$words" -v s="$1" 'BEGIN { printf "%10.3f s %12.0f words/s", 
     echo "  cache on, cold (new process)    $(rate "$cold")"
     echo "  cache on, warm                  $(rate "$warm")   ($stats)"
     echo
-    echo "StemWord once per word (one call per word, WordNet opened per call):"
+    echo "StemWord once per word (one call per word; the WordNet relations stay open between the calls of a statement):"
     echo "  cache off                       $(rate "$per_off")"
     echo "  cache on, warm                  $(rate "$per_on")"
     echo

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "ctypefast.h"
 #include "error.h"
 #include "tokenizer.h"
 
@@ -75,7 +76,7 @@ void _dt_FreeDocDesc(DocDesc &doc) { CloseSource(doc); }
 
 int _dt_InitDocDesc(DocDesc &doc, const char *docfilename, DocType doctype, int small_len,
                     DocSource source) {
-    doc.doc_wordhashtab = WordHash();
+    WordHashReset(doc.doc_wordhashtab);
     doc.doc_windex = 0;
     doc.doc_len = 0;
     doc.doc_buf[0] = '\0';
@@ -157,7 +158,7 @@ int _dt_GetDocBuffer(DocDesc &doc) {
         }
         doc.doc_buf[keep + got] = '\0';
         int i = keep + got - 1;
-        while (i > 0 && !std::isspace((unsigned char)doc.doc_buf[i])) i--;
+        while (i > 0 && !IsSpaceChar((unsigned char)doc.doc_buf[i])) i--;
         if (i == 0) {
             // No white space after the first byte: this buffer's data is
             // dropped and the same place is read again.
@@ -171,7 +172,7 @@ int _dt_GetDocBuffer(DocDesc &doc) {
 bool _dt_GetStem(char *word, const StemHooks &hooks, std::string &term) {
     if (word[0] == ')' || word[0] == '(' || word[0] == '!') return false;
     for (char *p = word; *p; p++)
-        if (std::isupper((unsigned char)*p)) *p = (char)std::tolower((unsigned char)*p);
+        if (IsUpperChar((unsigned char)*p)) *p = ToLowerChar((unsigned char)*p);
     if (hooks.isStopWord && hooks.isStopWord(word)) return false;
     if (!hooks.stemWord) {
         term = word;

@@ -1,5 +1,6 @@
 #include "morph.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace dt {
@@ -71,33 +72,87 @@ StemResult StemWordFull(const MorphLexicon &lex, const char *word) {
     return r;
 }
 
+namespace {
+
+uint32_t WordHashCode(const char *p, size_t n) {
+    // FNV-1a.
+    uint32_t h = 2166136261u;
+    for (size_t i = 0; i < n; i++) {
+        h ^= (unsigned char)p[i];
+        h *= 16777619u;
+    }
+    return h;
+}
+
+// Puts position pos (of hash h) into the table; the table has room.
+void SlotInsert(std::vector<uint64_t> &slots, uint32_t h, size_t pos) {
+    size_t mask = slots.size() - 1;
+    size_t i = h & mask;
+    while (slots[i] != 0) i = (i + 1) & mask;
+    slots[i] = ((uint64_t)h << 32) | (uint64_t)(pos + 1);
+}
+
+// Keeps the table at most half full.
+void SlotReserve(StemCache &c, size_t entries) {
+    size_t want = 1024;
+    while (want < entries * 2) want *= 2;
+    if (c.slots.size() >= want) return;
+    c.slots.assign(want, 0);
+    for (size_t i = 0; i < c.entries.size(); i++) {
+        const std::string &w = c.entries[i].word;
+        SlotInsert(c.slots, WordHashCode(w.data(), w.size()), i);
+    }
+}
+
+}  // namespace
+
 void StemCacheClear(StemCache &c) {
-    c.map.clear();
+    c.entries.clear();
+    std::fill(c.slots.begin(), c.slots.end(), 0);
     c.resets++;
 }
 
 void StemCacheValidate(StemCache &c, const std::string &key) {
     if (key != c.key) {
-        if (!c.map.empty()) StemCacheClear(c);
+        if (!c.entries.empty()) StemCacheClear(c);
         c.key = key;
     }
 }
 
-const StemResult *StemCacheFind(StemCache &c, const std::string &word) {
-    if (c.key.empty()) return nullptr;
-    auto it = c.map.find(word);
-    if (it == c.map.end()) {
-        c.misses++;
-        return nullptr;
+namespace {
+StemResult *FindEntry(StemCache &c, const char *word, size_t len) {
+    if (c.slots.empty()) return nullptr;
+    uint32_t h = WordHashCode(word, len);
+    size_t mask = c.slots.size() - 1;
+    for (size_t i = h & mask; c.slots[i] != 0; i = (i + 1) & mask) {
+        uint64_t s = c.slots[i];
+        if ((uint32_t)(s >> 32) != h) continue;
+        StemCache::Entry &e = c.entries[(size_t)(uint32_t)s - 1];
+        if (e.word.size() == len && std::memcmp(e.word.data(), word, len) == 0) return &e.result;
     }
-    c.hits++;
-    return &it->second;
+    return nullptr;
+}
+}  // namespace
+
+const StemResult *StemCacheFind(StemCache &c, const char *word, size_t len) {
+    if (c.key.empty()) return nullptr;
+    const StemResult *r = FindEntry(c, word, len);
+    if (r)
+        c.hits++;
+    else
+        c.misses++;
+    return r;
 }
 
-void StemCacheStore(StemCache &c, const std::string &word, const StemResult &r) {
+void StemCacheStore(StemCache &c, const char *word, size_t len, const StemResult &r) {
     if (c.key.empty()) return;
-    if (c.map.size() >= c.maxEntries) StemCacheClear(c);
-    c.map.emplace(word, r);
+    if (FindEntry(c, word, len)) return;  // kept as first stored
+    if (c.entries.size() >= c.maxEntries) StemCacheClear(c);
+    SlotReserve(c, c.entries.size() + 1);
+    c.entries.push_back(StemCache::Entry{std::string(word, len), r});
+    SlotInsert(c.slots, WordHashCode(word, len), c.entries.size() - 1);
 }
+
+size_t StemCacheSize(const StemCache &c) { return c.entries.size(); }
 
 }  // namespace dt

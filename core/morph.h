@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <unordered_map>
+#include <vector>
 
 namespace dt {
 
@@ -62,8 +62,17 @@ StemResult StemWordFull(const MorphLexicon &lex, const char *word);
 // A per-process cache of stem results.  Its contents are valid for one
 // state of the lexicon, named by a key; Validate with another key empties
 // it.  An empty key means the state is unknown: nothing is kept.
+//
+// The entries sit in one array in the order they were stored; an
+// open-addressing table of (hash, position) pairs finds them, so a lookup
+// touches the table and one entry.
 struct StemCache {
-    std::unordered_map<std::string, StemResult> map;
+    struct Entry {
+        std::string word;
+        StemResult result;
+    };
+    std::vector<Entry> entries;
+    std::vector<uint64_t> slots;  // hash << 32 | (position + 1); 0: empty
     std::string key;
     size_t maxEntries = 250000;
     uint64_t hits = 0;
@@ -71,9 +80,16 @@ struct StemCache {
     uint64_t resets = 0;
 };
 void StemCacheValidate(StemCache &c, const std::string &key);
-// The cached result of word, or nullptr.
-const StemResult *StemCacheFind(StemCache &c, const std::string &word);
-void StemCacheStore(StemCache &c, const std::string &word, const StemResult &r);
+// The cached result of word, or nullptr; valid until the next store.
+const StemResult *StemCacheFind(StemCache &c, const char *word, size_t len);
+inline const StemResult *StemCacheFind(StemCache &c, const std::string &word) {
+    return StemCacheFind(c, word.data(), word.size());
+}
+void StemCacheStore(StemCache &c, const char *word, size_t len, const StemResult &r);
+inline void StemCacheStore(StemCache &c, const std::string &word, const StemResult &r) {
+    StemCacheStore(c, word.data(), word.size(), r);
+}
+size_t StemCacheSize(const StemCache &c);
 void StemCacheClear(StemCache &c);
 
 }  // namespace dt

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "ctypefast.h"
 #include "error.h"
 
 namespace dt {
@@ -13,7 +14,7 @@ char tempword[kMaxWordLen + 1];
 
 char *_dt_WordFromString(const char *buf, int *index) {
     const char *s = buf + *index;
-    while (*s && !std::isalpha((unsigned char)*s)) {
+    while (*s && !IsAlphaChar((unsigned char)*s)) {
         if (*s == '(' || *s == ')' || *s == '!') {
             tempword[0] = *s;
             tempword[1] = '\0';
@@ -23,7 +24,7 @@ char *_dt_WordFromString(const char *buf, int *index) {
         s++;
     }
     const char *e = s;
-    while (*e && (std::isalnum((unsigned char)*e) || *e == '_')) e++;
+    while (*e && (IsAlnumChar((unsigned char)*e) || *e == '_')) e++;
     size_t len = (size_t)(e - s);
     if (len > (size_t)kMaxWordLen) ErrorRaise("XD00L");
     std::memcpy(tempword, s, len);

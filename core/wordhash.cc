@@ -105,6 +105,15 @@ DtWordHash *_dt_NextTerm(WordHash &h) {
     return e;
 }
 
+void WordHashReset(WordHash &h) {
+    for (DtWordHash *&head : h.heads) head = nullptr;
+    h.elems.clear();
+    h.hashentries = 0;
+    h.wordcnt = 0;
+    h.strlen = 0;
+    RewindTerms(h);
+}
+
 void RewindTerms(WordHash &h) {
     h.curptr = nullptr;
     h.curindex = 0;

@@ -64,6 +64,9 @@ void _dt_SortHash(WordHash &h);
 
 // The next element of the hash in bucket order, or nullptr at the end.
 DtWordHash *_dt_NextTerm(WordHash &h);
+// Empties the hash (as a new one), keeping its allocations.
+void WordHashReset(WordHash &h);
+
 // Restarts _dt_NextTerm from the first bucket.
 void RewindTerms(WordHash &h);
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 
 namespace dt::pg {
 
@@ -18,11 +19,16 @@ DocScan::~DocScan() {
     if (!tempfile.empty()) TempFileRemove(tempfile);
 }
 
-WordnetScope::WordnetScope() { _dt_OpenWordnet(); }
+WordnetScope::WordnetScope() : exceptions_(std::uncaught_exceptions()) { _dt_OpenWordnet(); }
 
 WordnetScope::~WordnetScope() {
     try {
-        _dt_CloseWordnet();
+        // Left by an error: the scans may be in the middle of a lookup, so
+        // they are closed rather than kept.
+        if (std::uncaught_exceptions() > exceptions_)
+            _dt_ReleaseWordnet();
+        else
+            _dt_CloseWordnet();
     } catch (...) {
         // An abort closes the tables anyway.
         _dt_ExcWordnet();
@@ -81,12 +87,12 @@ DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll) {
     auto handle = dt::DocLOHandleExternal(value);
     bool external = handle && dt::IsExternalHandle(*handle);
     std::string spec = dt::DocSpec(value);
-    std::string path = dt::DocPath(value);
     auto format = dt::FindParamValue("format", spec);
     scan->desc = std::make_unique<DocDesc>();
     if (format && *format != "ascii") {
         // Convert the text first: the source is the external file, or the
         // in-row text written to a temporary file.
+        std::string path = dt::DocPath(value);
         std::string source, smallfile;
         if (external) {
             source = dt::ExternalHandlePath(*handle);
@@ -120,7 +126,7 @@ DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll) {
         if (len > kDocBufSize) {
             // Texts of up to 2048 bytes are kept in the row; read longer
             // ones (from other builds) through a file.
-            scan->tempfile = TextToTempFile(std::string(text, len), path);
+            scan->tempfile = TextToTempFile(std::string(text, len), dt::DocPath(value));
             _dt_InitDocDesc(*scan->desc, scan->tempfile.c_str(), UnixDocType, 0);
         } else {
             _dt_InitDocDesc(*scan->desc, text, SmallDocType, len);

@@ -33,12 +33,16 @@ using DocScanPtr = std::unique_ptr<DocScan>;
 // (XD00N when that fails).
 DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll);
 
-// Opens the WordNet tables for the life of the scope.
+// Opens the WordNet tables for the life of the scope (see wordnet.h: a
+// normal end keeps them for the next open, an exception closes them).
 struct WordnetScope {
     WordnetScope();
     ~WordnetScope();
     WordnetScope(const WordnetScope &) = delete;
     WordnetScope &operator=(const WordnetScope &) = delete;
+
+private:
+    int exceptions_;
 };
 
 }  // namespace dt::pg

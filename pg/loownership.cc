@@ -7,12 +7,20 @@
 #include "largeobject.h"
 
 extern "C" {
+#include "access/genam.h"
+#include "access/htup_details.h"
+#include "access/stratnum.h"
+#include "access/table.h"
+#include "catalog/indexing.h"
 #include "catalog/pg_authid.h"
+#include "catalog/pg_extension.h"
 #include "catalog/pg_largeobject.h"
 #include "catalog/pg_type.h"
 #include "catalog/pg_trigger.h"
 #include "commands/trigger.h"
 #include "executor/spi.h"
+#include "utils/builtins.h"
+#include "utils/fmgroids.h"
 #include "utils/lsyscache.h"
 #include "utils/rel.h"
 #include "utils/syscache.h"
@@ -29,28 +37,68 @@ ModuleOwnerScope::~ModuleOwnerScope() { SetUserIdAndSecContext(saved_user, saved
 
 namespace {
 
+// The schema of the extension "document", or InvalidOid.
+Oid ExtensionSchema() {
+    Oid nsp = InvalidOid;
+    Relation rel = table_open(ExtensionRelationId, AccessShareLock);
+    ScanKeyData key;
+    ScanKeyInit(&key, Anum_pg_extension_extname, BTEqualStrategyNumber, F_NAMEEQ,
+                CStringGetDatum("document"));
+    SysScanDesc scan = systable_beginscan(rel, ExtensionNameIndexId, true, nullptr, 1, &key);
+    HeapTuple tup = systable_getnext(scan);
+    if (HeapTupleIsValid(tup)) nsp = ((Form_pg_extension)GETSTRUCT(tup))->extnamespace;
+    systable_endscan(scan);
+    table_close(rel, AccessShareLock);
+    return nsp;
+}
+
+// A registry statement, planned once per schema of the extension and kept
+// for the life of the process (the plan cache replans it when the registry
+// table changes).
+struct RegistryPlan {
+    const char *templ;
+    Oid nsp;
+    SPIPlanPtr plan;
+};
+
+RegistryPlan insert_plan = {"INSERT INTO %s (loid, refs) VALUES ($1, 0)", InvalidOid, nullptr};
+RegistryPlan addref_plan = {"UPDATE %s SET refs = refs + 1 WHERE loid = $1 RETURNING refs", InvalidOid,
+                            nullptr};
+RegistryPlan dropref_plan = {"UPDATE %s SET refs = refs - 1 WHERE loid = $1 RETURNING refs", InvalidOid,
+                             nullptr};
+RegistryPlan delete_plan = {"DELETE FROM %s WHERE loid = $1", InvalidOid, nullptr};
+
 // Runs one statement on the registry with $1 = oid, as the module's owner.
 // "%s" in the statement is replaced by the registry's qualified name.
 // Returns the int4 first column of the first row, or fallback.
-int RegistryStatement(const char *templ, Oid oid, int fallback) {
+int RegistryStatement(RegistryPlan &p, Oid oid, int fallback) {
     ModuleOwnerScope owner;
     return ServerCall([&] {
         int result = fallback;
-        char sql[512];
+        Oid nsp = ExtensionSchema();
+        if (!OidIsValid(nsp)) elog(ERROR, "extension \"document\" is not installed in this database");
         if (SPI_connect() != SPI_OK_CONNECT) elog(ERROR, "SPI_connect failed");
-        if (SPI_execute("SELECT extnamespace::regnamespace::text FROM pg_catalog.pg_extension "
-                        "WHERE extname = 'document'",
-                        true, 1) != SPI_OK_SELECT ||
-            SPI_processed != 1)
-            elog(ERROR, "extension \"document\" is not installed in this database");
-        char *schema = SPI_getvalue(SPI_tuptable->vals[0], SPI_tuptable->tupdesc, 1);
-        char table[256];
-        snprintf(table, sizeof table, "%s.dt_large_objects", schema);
-        snprintf(sql, sizeof sql, templ, table, table);
-        Oid argtypes[1] = {OIDOID};
+        if (!p.plan || p.nsp != nsp) {
+            if (p.plan) {
+                SPI_freeplan(p.plan);
+                p.plan = nullptr;
+            }
+            const char *schema = get_namespace_name(nsp);
+            if (!schema) elog(ERROR, "extension \"document\" is not installed in this database");
+            char table[256];
+            char sql[512];
+            snprintf(table, sizeof table, "%s.dt_large_objects", quote_identifier(schema));
+            snprintf(sql, sizeof sql, p.templ, table);
+            Oid argtypes[1] = {OIDOID};
+            SPIPlanPtr plan = SPI_prepare(sql, 1, argtypes);
+            if (!plan) elog(ERROR, "registry statement failed: %s", sql);
+            if (SPI_keepplan(plan) != 0) elog(ERROR, "registry statement failed: %s", sql);
+            p.plan = plan;
+            p.nsp = nsp;
+        }
         Datum args[1] = {ObjectIdGetDatum(oid)};
-        int rc = SPI_execute_with_args(sql, 1, argtypes, args, nullptr, false, 1);
-        if (rc < 0) elog(ERROR, "registry statement failed: %s", sql);
+        int rc = SPI_execute_plan(p.plan, args, nullptr, false, 1);
+        if (rc < 0) elog(ERROR, "registry statement failed: %s", p.templ);
         if (SPI_tuptable && SPI_processed > 0) {
             bool isnull;
             Datum d = SPI_getbinval(SPI_tuptable->vals[0], SPI_tuptable->tupdesc, 1, &isnull);
@@ -64,7 +112,7 @@ int RegistryStatement(const char *templ, Oid oid, int fallback) {
 }  // namespace
 
 void RegisterLargeObject(Oid oid) {
-    RegistryStatement("INSERT INTO %s (loid, refs) VALUES ($1, 0)", oid, 0);
+    RegistryStatement(insert_plan, oid, 0);
 }
 
 namespace {
@@ -88,7 +136,7 @@ bool ExistsForStatement(Oid oid) {
 }  // namespace
 
 int AddLargeObjectReference(Oid oid) {
-    int refs = RegistryStatement("UPDATE %s SET refs = refs + 1 WHERE loid = $1 RETURNING refs", oid, 0);
+    int refs = RegistryStatement(addref_plan, oid, 0);
     // A value read by this statement whose last other holder a concurrent
     // transaction has removed since: its object is gone, and storing the
     // value would name nothing.  The statement must run again.
@@ -102,13 +150,13 @@ int AddLargeObjectReference(Oid oid) {
 }
 
 int DropLargeObjectReference(Oid oid) {
-    int left = RegistryStatement("UPDATE %s SET refs = refs - 1 WHERE loid = $1 RETURNING refs", oid, -1);
+    int left = RegistryStatement(dropref_plan, oid, -1);
     if (left == 0 || left < -1) {
         {
             ModuleOwnerScope owner;
             UnlinkLargeObject(oid);
         }
-        RegistryStatement("DELETE FROM %s WHERE loid = $1", oid, 0);
+        RegistryStatement(delete_plan, oid, 0);
         return 0;
     }
     return left;

@@ -24,6 +24,7 @@
 #include "querydoc.h"
 #include "queryoptions.h"
 #include "queryprint.h"
+#include "snapkey.h"
 #include "stopwords.h"
 #include "wordnet.h"
 
@@ -52,7 +53,10 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_doclikesel);
 
 namespace {
 
+using dt::pg::CurrentSnapKey;
+using dt::pg::SameSnapshot;
 using dt::pg::ServerCall;
+using dt::pg::SnapKey;
 
 // Parsing stems with the server's WordNet tables (which must be open) and
 // drops the words of the stop-word list.
@@ -71,53 +75,6 @@ const dt::QueryStemmer &ServerQueryStemmer() {
 }
 
 enum QueryKind { kContainsQuery, kWordListQuery, kDocQuery };
-
-// What a statement's snapshot sees.  Two MVCC snapshots of the same
-// transaction and command with the same bounds and the same lists of
-// running transactions see the same rows of every table, so a query stemmed
-// under the first holds for the second without a look at the WordNet
-// tables.
-struct SnapKey {
-    bool valid = false;
-    LocalTransactionId lxid = 0;
-    CommandId curcid = 0;
-    TransactionId xmin = 0, xmax = 0;
-    bool suboverflowed = false;
-    std::vector<TransactionId> xip, subxip;
-};
-
-// Whether the active snapshot is the one of key (no allocation).
-bool SameSnapshot(const SnapKey &k) {
-    if (!k.valid) return false;
-    return ServerCall([&] {
-        if (!ActiveSnapshotSet()) return false;
-        Snapshot s = GetActiveSnapshot();
-        if (s->snapshot_type != SNAPSHOT_MVCC || MyProc->lxid != k.lxid || s->curcid != k.curcid ||
-            s->xmin != k.xmin || s->xmax != k.xmax || s->suboverflowed != k.suboverflowed ||
-            s->xcnt != k.xip.size() || (uint32)s->subxcnt != k.subxip.size())
-            return false;
-        for (uint32 i = 0; i < s->xcnt; i++)
-            if (s->xip[i] != k.xip[i]) return false;
-        for (int32 i = 0; i < s->subxcnt; i++)
-            if (s->subxip[i] != k.subxip[i]) return false;
-        return true;
-    });
-}
-
-SnapKey CurrentSnapKey() {
-    SnapKey k;
-    Snapshot s = ServerCall([] { return ActiveSnapshotSet() ? GetActiveSnapshot() : (Snapshot) nullptr; });
-    if (!s || s->snapshot_type != SNAPSHOT_MVCC) return k;
-    k.valid = true;
-    k.lxid = MyProc->lxid;
-    k.curcid = s->curcid;
-    k.xmin = s->xmin;
-    k.xmax = s->xmax;
-    k.suboverflowed = s->suboverflowed;
-    k.xip.assign(s->xip, s->xip + s->xcnt);
-    if (s->subxcnt > 0) k.subxip.assign(s->subxip, s->subxip + s->subxcnt);
-    return k;
-}
 
 // The query of one call site.
 struct QueryCache {

@@ -6,6 +6,7 @@
 
 #include "boundary.h"
 #include "module.h"
+#include "snapkey.h"
 #include "stopwords.h"
 #include "tokenizer.h"
 
@@ -22,12 +23,15 @@ extern "C" {
 #include "catalog/namespace.h"
 #include "catalog/pg_extension.h"
 #include "catalog/indexing.h"
+#include "commands/defrem.h"
 #include "executor/tuptable.h"
 #include "utils/fmgroids.h"
 #include "utils/guc.h"
 #include "utils/lsyscache.h"
 #include "utils/memutils.h"
+#include "tcop/utility.h"
 #include "utils/rel.h"
+#include "utils/resowner.h"
 #include "utils/snapmgr.h"
 }
 
@@ -35,8 +39,12 @@ namespace dt::pg {
 
 namespace {
 
-// The state while open; allocated in the transaction's memory.
+// The state while open or parked.  It lives in a memory context of its own
+// under the opening (sub)transaction's, and every scan call runs in that
+// context: index AMs allocate lazily during a scan (btree's list of killed
+// items, for one) and those allocations must last as long as the scan.
 struct DocWordnet {
+    MemoryContext dwn_cxt;
     Relation dwn_stemtable;      // the table of base forms
     Relation dwn_stemindex;      // "wordnet_stems_index"
     IndexScanDesc dwn_stemsd;    // scan on it, re-keyed for every lookup
@@ -48,12 +56,19 @@ struct DocWordnet {
     TupleTableSlot *dwn_exclslot;
     Snapshot dwn_snapshot;       // registered for the time the scans are open
     SubTransactionId dwn_subid;  // the subtransaction that opened
+    ResourceOwner dwn_owner;     // that subtransaction's resource owner
     char dwn_key[VARHDRSZ + kMaxWordLen];  // the lookup key, a text value
 };
 
+// DocWordnetPtr is set while the tables are open (WordnetOpenCnt 1) and
+// while they are kept for the next open (WordnetOpenCnt 0: "parked").
 DocWordnet *DocWordnetPtr = nullptr;
 int WordnetOpenCnt = 0;
 bool callbacks_registered = false;
+// The snapshot the state was opened under: a later open under a snapshot
+// that sees the same rows takes the state over as it is.
+SnapKey open_snap;
+ProcessUtility_hook_type prev_utility_hook = nullptr;
 
 bool stem_cache_setting = true;
 StemCache stem_cache;
@@ -88,6 +103,10 @@ void CloseWordnetC() {
     DocWordnetPtr = nullptr;
     WordnetOpenCnt = 0;
     if (!w) return;
+    // Everything was taken under the opening subtransaction's owner.
+    ResourceOwner saved = CurrentResourceOwner;
+    CurrentResourceOwner = w->dwn_owner;
+    MemoryContext old = MemoryContextSwitchTo(w->dwn_cxt);
     index_endscan(w->dwn_stemsd);
     index_endscan(w->dwn_exclsd);
     ExecDropSingleTupleTableSlot(w->dwn_stemslot);
@@ -97,8 +116,24 @@ void CloseWordnetC() {
     index_close(w->dwn_exclindex, NoLock);
     table_close(w->dwn_stemtable, NoLock);
     table_close(w->dwn_excltable, NoLock);
-    UnregisterSnapshot(w->dwn_snapshot);
-    pfree(w);
+    UnregisterSnapshotFromOwner(w->dwn_snapshot, w->dwn_owner);
+    CurrentResourceOwner = saved;
+    MemoryContextSwitchTo(old);
+    MemoryContextDelete(w->dwn_cxt);
+}
+
+// Parks the open state: the scans give up their buffer pins; relations,
+// scans and snapshot stay for the next open.
+void ParkWordnetC() {
+    DocWordnet *w = DocWordnetPtr;
+    ResourceOwner saved = CurrentResourceOwner;
+    CurrentResourceOwner = w->dwn_owner;
+    MemoryContext old = MemoryContextSwitchTo(w->dwn_cxt);
+    index_rescan(w->dwn_stemsd, nullptr, 1, nullptr, 0);
+    index_rescan(w->dwn_exclsd, nullptr, 1, nullptr, 0);
+    MemoryContextSwitchTo(old);
+    CurrentResourceOwner = saved;
+    WordnetOpenCnt = 0;
 }
 
 void WordnetXactCallback(XactEvent event, void *) {
@@ -106,8 +141,9 @@ void WordnetXactCallback(XactEvent event, void *) {
     case XACT_EVENT_PRE_COMMIT:
     case XACT_EVENT_PARALLEL_PRE_COMMIT:
     case XACT_EVENT_PRE_PREPARE:
-        // A caller that forgot to close: close properly before commit.
-        if (WordnetOpenCnt) CloseWordnetC();
+        // Kept or left open: close properly before the transaction's
+        // resources are released.
+        if (DocWordnetPtr) CloseWordnetC();
         break;
     case XACT_EVENT_ABORT:
     case XACT_EVENT_PARALLEL_ABORT:
@@ -121,15 +157,31 @@ void WordnetXactCallback(XactEvent event, void *) {
     }
 }
 
+// The state belongs to the subtransaction that opened it: closed when that
+// one commits (its resource owner goes away), forgotten when it aborts (the
+// server releases everything).  An open in a subtransaction below never
+// takes over a state of the one above (see _dt_OpenWordnet).
 void WordnetSubXactCallback(SubXactEvent event, SubTransactionId mySubid,
                             SubTransactionId parentSubid, void *) {
-    if (!WordnetOpenCnt || !DocWordnetPtr || DocWordnetPtr->dwn_subid != mySubid) return;
+    if (!DocWordnetPtr || DocWordnetPtr->dwn_subid != mySubid) return;
     if (event == SUBXACT_EVENT_ABORT_SUB) {
         DocWordnetPtr = nullptr;
         WordnetOpenCnt = 0;
-    } else if (event == SUBXACT_EVENT_COMMIT_SUB) {
-        DocWordnetPtr->dwn_subid = parentSubid;
+    } else if (event == SUBXACT_EVENT_PRE_COMMIT_SUB || event == SUBXACT_EVENT_COMMIT_SUB) {
+        CloseWordnetC();
     }
+}
+
+// A utility command may need the WordNet relations without other users
+// (TRUNCATE, ALTER, DROP, REINDEX ...): a parked state is closed first.
+void WordnetUtilityHook(PlannedStmt *pstmt, const char *queryString, bool readOnlyTree,
+                        ProcessUtilityContext context, ParamListInfo params,
+                        QueryEnvironment *queryEnv, DestReceiver *dest, QueryCompletion *qc) {
+    if (DocWordnetPtr && !WordnetOpenCnt) CloseWordnetC();
+    if (prev_utility_hook)
+        prev_utility_hook(pstmt, queryString, readOnlyTree, context, params, queryEnv, dest, qc);
+    else
+        standard_ProcessUtility(pstmt, queryString, readOnlyTree, context, params, queryEnv, dest, qc);
 }
 
 // Reads the version row of the WordNet tables (bumped by a trigger on every
@@ -165,16 +217,22 @@ int OpenWordnetC(char *key, size_t keysize) {
     Oid exclidx = RelidIn(nsp, "wordnet_excl_index");
     if (!OidIsValid(exclidx)) return 2;
 
-    MemoryContext old = MemoryContextSwitchTo(CurTransactionContext);
+    MemoryContext cxt = AllocSetContextCreate(CurTransactionContext, "document WordNet",
+                                              ALLOCSET_SMALL_SIZES);
+    MemoryContext old = MemoryContextSwitchTo(cxt);
+    ResourceOwner savedOwner = CurrentResourceOwner;
+    CurrentResourceOwner = CurTransactionResourceOwner;
     DocWordnet *w = (DocWordnet *)palloc0(sizeof(DocWordnet));
+    w->dwn_cxt = cxt;
     w->dwn_subid = GetCurrentSubTransactionId();
+    w->dwn_owner = CurTransactionResourceOwner;
     w->dwn_stemindex = index_open(stemidx, AccessShareLock);
     w->dwn_stemtable = table_open(w->dwn_stemindex->rd_index->indrelid, AccessShareLock);
     w->dwn_exclindex = index_open(exclidx, AccessShareLock);
     w->dwn_excltable = table_open(w->dwn_exclindex->rd_index->indrelid, AccessShareLock);
     w->dwn_idesc = RelationGetDescr(w->dwn_excltable);
-    w->dwn_snapshot =
-        RegisterSnapshot(ActiveSnapshotSet() ? GetActiveSnapshot() : GetTransactionSnapshot());
+    w->dwn_snapshot = RegisterSnapshotOnOwner(
+        ActiveSnapshotSet() ? GetActiveSnapshot() : GetTransactionSnapshot(), w->dwn_owner);
 
     // One key: attribute 1 equal (text equality, the index's "C" collation)
     // to a dummy text; every lookup re-keys the scan.
@@ -193,6 +251,7 @@ int OpenWordnetC(char *key, size_t keysize) {
     w->dwn_exclslot = table_slot_create(w->dwn_excltable, nullptr);
 
     ReadCacheKey(nsp, stemidx, exclidx, w->dwn_snapshot, key, keysize);
+    CurrentResourceOwner = savedOwner;
     MemoryContextSwitchTo(old);
 
     DocWordnetPtr = w;
@@ -200,7 +259,8 @@ int OpenWordnetC(char *key, size_t keysize) {
     return 0;
 }
 
-// Re-keys a scan with word and fetches the first visible hit.
+// Re-keys a scan with word and fetches the first visible hit (in the
+// state's memory context; the caller's is current again on return).
 bool LookupC(IndexScanDesc scan, Relation index, TupleTableSlot *slot, char *key,
              const char *word, size_t len) {
     SET_VARSIZE(key, VARHDRSZ + len);
@@ -208,11 +268,32 @@ bool LookupC(IndexScanDesc scan, Relation index, TupleTableSlot *slot, char *key
     ScanKeyData sk;
     ScanKeyEntryInitialize(&sk, 0, 1, BTEqualStrategyNumber, InvalidOid,
                            index->rd_indcollation[0], F_TEXTEQ, PointerGetDatum(key));
+    MemoryContext old = MemoryContextSwitchTo(DocWordnetPtr->dwn_cxt);
     index_rescan(scan, &sk, 1, nullptr, 0);
-    return index_getnext_slot(scan, ForwardScanDirection, slot);
+    bool found = index_getnext_slot(scan, ForwardScanDirection, slot);
+    MemoryContextSwitchTo(old);
+    return found;
 }
 
 // ---- C++ -------------------------------------------------------------------
+
+// Runs a server call with the resource owner of the WordNet state, so that
+// buffer pins and tuple descriptor references taken by the scans belong to
+// the state; the caller's owner is back afterwards, also after an error.
+struct OwnerRestore {
+    ResourceOwner saved;
+    ~OwnerRestore() { CurrentResourceOwner = saved; }
+};
+
+template <class F>
+auto OwnedCall(F &&f) -> decltype(f()) {
+    OwnerRestore restore{CurrentResourceOwner};
+    ResourceOwner owner = DocWordnetPtr->dwn_owner;
+    return ServerCall([&] {
+        CurrentResourceOwner = owner;
+        return f();
+    });
+}
 
 void RegisterCallbacks() {
     if (callbacks_registered) return;
@@ -232,7 +313,7 @@ size_t CheckedLen(const char *word) {
 bool IsBaseForm(const char *word) {
     DocWordnet *w = DocWordnetPtr;
     size_t len = CheckedLen(word);
-    return ServerCall([&] {
+    return OwnedCall([&] {
         bool found = LookupC(w->dwn_stemsd, w->dwn_stemindex, w->dwn_stemslot, w->dwn_key, word, len);
         ExecClearTuple(w->dwn_stemslot);
         return found;
@@ -245,7 +326,7 @@ bool ExceptionLookup(const char *word, std::string &base) {
     size_t len = CheckedLen(word);
     char buf[kMaxWordLen + 1];
     // 0 no hit, 1 hit, 2 invalid row identifier, 3 no base form in the row
-    int status = ServerCall([&] {
+    int status = OwnedCall([&] {
         int st = 0;
         if (LookupC(w->dwn_exclsd, w->dwn_exclindex, w->dwn_exclslot, w->dwn_key, word, len)) {
             if (!ItemPointerIsValid(&w->dwn_exclsd->xs_heaptid)) {
@@ -292,11 +373,23 @@ std::string StopWordPathFromHome() { return StopWordPath(); }
 
 int _dt_OpenWordnet() {
     if (WordnetOpenCnt) return 1;
+    if (DocWordnetPtr) {
+        // Parked: taken over under a snapshot that sees the same rows, in
+        // the subtransaction that opened it; the version key and the stem
+        // cache stay as they are.
+        if (DocWordnetPtr->dwn_subid == GetCurrentSubTransactionId() && SameSnapshot(open_snap)) {
+            WordnetOpenCnt = 1;
+            return 1;
+        }
+        _dt_ReleaseWordnet();
+    }
     RegisterCallbacks();
     char key[sizeof cache_key];
+    OwnerRestore restore{CurrentResourceOwner};
     int rc = ServerCall([&] { return OpenWordnetC(key, sizeof key); });
     if (rc == 1) ErrorRaiseVA("XD00C", "TABNAME%s", "wordnet_stems_index");
     if (rc == 2) ErrorRaiseVA("XD00D", "TABNAME%s", "wordnet_excl_index");
+    open_snap = CurrentSnapKey();
     snprintf(cache_key, sizeof cache_key, "%s", key);
     StemCacheValidate(stem_cache, cache_key);
     return 1;
@@ -304,6 +397,18 @@ int _dt_OpenWordnet() {
 
 int _dt_CloseWordnet() {
     if (!WordnetOpenCnt) return 1;
+    if (!open_snap.valid) return _dt_ReleaseWordnet();
+    OwnerRestore restore{CurrentResourceOwner};
+    ServerCall([] { ParkWordnetC(); });
+    return 1;
+}
+
+int _dt_ReleaseWordnet() {
+    if (!DocWordnetPtr) {
+        WordnetOpenCnt = 0;
+        return 1;
+    }
+    OwnerRestore restore{CurrentResourceOwner};
     ServerCall([] { CloseWordnetC(); });
     return 1;
 }
@@ -318,19 +423,29 @@ bool WordnetIsOpen() { return WordnetOpenCnt != 0; }
 
 const char *WordnetVersionKey() { return cache_key; }
 
-StemResult StemOneWord(const char *word) {
+namespace {
+
+// The stem result of a lower-case word, from the cache when it is usable;
+// a result computed without it goes to scratch.
+const StemResult &StemLookup(const char *word, StemResult &scratch) {
     if (!WordnetOpenCnt) _dt_OpenWordnet();
     CheckInterrupts();
-    CheckedLen(word);
-    bool useCache = stem_cache_setting && cache_key[0];
-    if (useCache) {
-        std::string w(word);
-        if (const StemResult *r = StemCacheFind(stem_cache, w)) return *r;
-        StemResult r = StemWordFull(ServerLexicon(), word);
-        StemCacheStore(stem_cache, w, r);
-        return r;
+    size_t len = CheckedLen(word);
+    if (stem_cache_setting && cache_key[0]) {
+        if (const StemResult *r = StemCacheFind(stem_cache, word, len)) return *r;
+        scratch = StemWordFull(ServerLexicon(), word);
+        StemCacheStore(stem_cache, word, len, scratch);
+        return scratch;
     }
-    return StemWordFull(ServerLexicon(), word);
+    scratch = StemWordFull(ServerLexicon(), word);
+    return scratch;
+}
+
+}  // namespace
+
+StemResult StemOneWord(const char *word) {
+    StemResult scratch;
+    return StemLookup(word, scratch);
 }
 
 std::string MorphOneWord(const char *word, char *isStop) {
@@ -344,9 +459,10 @@ const StemHooks &ServerStemHooks() {
         StemHooks h;
         h.isStopWord = [](const char *w) { return _dt_IsStopWord(w); };
         h.stemWord = [](const char *w, std::string &stem) {
-            StemResult r = StemOneWord(w);
+            StemResult scratch;
+            const StemResult &r = StemLookup(w, scratch);
             if (r.isStop) return false;
-            stem = r.stem;
+            stem.assign(r.stem);
             return true;
         };
         return h;
@@ -357,11 +473,13 @@ const StemHooks &ServerStemHooks() {
 std::string StopWordPath() { return HomeDir() + "/extend/document/install/stopwords"; }
 
 StemCacheCounters StemCacheStats() {
-    return {(long long)stem_cache.map.size(), (long long)stem_cache.hits,
+    return {(long long)StemCacheSize(stem_cache), (long long)stem_cache.hits,
             (long long)stem_cache.misses, (long long)stem_cache.resets};
 }
 
 void DefineTextAnalysisSettings() {
+    prev_utility_hook = ProcessUtility_hook;
+    ProcessUtility_hook = WordnetUtilityHook;
     SetStopWordPathProvider(&StopWordPathFromHome);
     DefineCustomBoolVariable(
         "document.stem_cache", "Keeps the stems of words in a per-process cache.",

@@ -130,5 +130,5 @@ TEST(StemCacheTest, BoundedSize) {
     StemCacheValidate(c, "k");
     StemResult r;
     for (int i = 0; i < 10; i++) StemCacheStore(c, "w" + std::to_string(i), r);
-    EXPECT_LE(c.map.size(), 3u);
+    EXPECT_LE(StemCacheSize(c), 3u);
 }
