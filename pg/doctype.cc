@@ -1,19 +1,10 @@
 // The doc type's input and output functions.
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <cstring>
 
 #include "boundary.h"
 #include "docvalue.h"
 #include "doclayout.h"
 #include "docinput.h"
-#include "formatspec.h"
-
-extern "C" {
-#include "catalog/pg_authid.h"
-#include "utils/acl.h"
-}
 
 extern "C" {
 PG_FUNCTION_INFO_V1(pgdoc_dt_DocInputFunc);
