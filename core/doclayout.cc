@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "clientproto.h"
 #include "error.h"
 #include "formatspec.h"
 
@@ -173,6 +174,24 @@ std::string DocOutputText(const void *v) {
     std::string path = DocPath(v);
     if (auto handle = DocLOHandleExternal(v)) return spec + ",handle(" + *handle + "):" + path;
     return spec + ":" + path;
+}
+
+std::string DocStoredLiteral(const void *v) {
+    DocView d(v);
+    return "stored(" + channel::Base64Encode(v, d.ht_len()) + "):" + DocPath(v);
+}
+
+bool IsStoredLiteral(const std::string &literal) { return literal.compare(0, 7, "stored(") == 0; }
+
+std::string DocFromStoredLiteral(const std::string &literal) {
+    size_t close = literal.find(')');
+    std::string bytes;
+    if (!IsStoredLiteral(literal) || close == std::string::npos ||
+        !channel::Base64Decode(literal.substr(7, close - 7), bytes))
+        ErrorRaiseVA("22T02", "TYPE%s", "doc", "STRING%s", literal.substr(0, 40), "SYNTAX%s",
+                     "stored document value");
+    ValidateDocValue(bytes.data(), bytes.size());
+    return bytes;
 }
 
 void ValidateDocValue(const void *v, size_t len) {

@@ -117,6 +117,15 @@ uint32_t OwnedHandleOid(const std::string &handle);
 // The output text: "spec:path", or "spec,handle(H):path" with flag 1.
 std::string DocOutputText(const void *v);
 
+// The complete stored value as a literal, for dumps: "stored(BASE64):path".
+// Such a literal has no "format" parameter, so it never names a file.
+std::string DocStoredLiteral(const void *v);
+// Whether a literal is a stored-value literal ("stored(" at its start).
+bool IsStoredLiteral(const std::string &literal);
+// The value bytes of a stored-value literal; a malformed literal or value
+// raises 22T02 or TL001.
+std::string DocFromStoredLiteral(const std::string &literal);
+
 // Checks that len bytes form a consistent value; otherwise raises TL001
 // with NAME "Document value error" and the inconsistency as OPERATION.
 void ValidateDocValue(const void *v, size_t len);

@@ -7,6 +7,10 @@
 #include "docinput.h"
 
 extern "C" {
+#include "utils/guc.h"
+}
+
+extern "C" {
 PG_FUNCTION_INFO_V1(pgdoc_dt_DocInputFunc);
 PG_FUNCTION_INFO_V1(pgdoc_dt_DocOutputFunc);
 }
@@ -14,6 +18,15 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_DocOutputFunc);
 Datum pgdoc_dt_DocInputFunc(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         std::string literal = PG_GETARG_CSTRING(0);
+        if (dt::IsStoredLiteral(literal)) {
+            // A value as a dump wrote it: taken back as it stands.  It names
+            // large objects and server files directly, so only superusers
+            // may enter it (restores run as one).
+            if (!dt::pg::ServerCall([] { return superuser(); }))
+                throw dt::Error::User("permission denied to enter a stored document value", "42501",
+                                      "Only superusers may restore doc values from a dump.");
+            return dt::pg::DocDatum(dt::DocFromStoredLiteral(literal));
+        }
         dt::DocHeader h = dt::filldtname(literal);
         std::string path = dt::DocPath(h.bytes.data());
         return dt::pg::DocDatum(dt::pg::_dt_FinishInput(std::move(h), path));
@@ -23,7 +36,11 @@ Datum pgdoc_dt_DocInputFunc(PG_FUNCTION_ARGS) {
 Datum pgdoc_dt_DocOutputFunc(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string out = dt::DocOutputText(v);
+        // pg_dump gets the complete stored value, which the input function
+        // takes back without fetching any file.
+        const char *app = dt::pg::ServerCall([] { return GetConfigOption("application_name", true, false); });
+        bool dump = app && strcmp(app, "pg_dump") == 0;
+        std::string out = dump ? dt::DocStoredLiteral(v) : dt::DocOutputText(v);
         char *p = (char *)dt::pg::ServerCall([&] { return palloc(out.size() + 1); });
         std::memcpy(p, out.c_str(), out.size() + 1);
         return CStringGetDatum(p);

@@ -194,3 +194,16 @@ TEST(DocLayout, ValidationRejectsDamagedValues) {
     PutU16(&bad[0], 22, 500);
     ExpectCode([&] { ValidateDocValue(bad.data(), bad.size()); }, "TL001");
 }
+
+TEST(DocLayout, StoredLiteralRoundTrip) {
+    std::string v = MakeLODocValue(filldtname("format(ascii),ExpandLimit(5):/tmp/a:b.txt"), "16411", 1001, true, 150, 90);
+    std::string lit = DocStoredLiteral(v.data());
+    EXPECT_TRUE(IsStoredLiteral(lit));
+    EXPECT_EQ(lit.substr(lit.size() - 14), "):/tmp/a:b.txt");
+    EXPECT_EQ(DocFromStoredLiteral(lit), v);
+    // Never a file literal: no "format" parameter.
+    ExpectCode([&] { filldtname(lit); }, "XD00U");
+    ExpectCode([] { DocFromStoredLiteral("stored(!!!):/x"); }, "22T02");
+    ExpectCode([] { DocFromStoredLiteral("stored(AAAA):/x"); }, "TL001");
+    EXPECT_FALSE(IsStoredLiteral("format(ascii):/stored(x)"));
+}
