@@ -25,6 +25,7 @@ psql -X -q -d postgres -c "DROP DATABASE IF EXISTS $db" -c "CREATE DATABASE $db"
 export PGDATABASE=$db
 # to_tsquery says when a query holds only stop words; keep that out of the figures.
 export PGOPTIONS="-c client_min_messages=warning"
+psql -X -q -v ON_ERROR_STOP=1 -f bench/bench_seconds.sql
 psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
 CREATE EXTENSION document;
 CREATE TABLE gloss_lines (id bigint GENERATED ALWAYS AS IDENTITY, line text);
@@ -34,13 +35,6 @@ CREATE TABLE glosses AS
 SELECT row_number() OVER (ORDER BY id) AS id, split_part(line, ' | ', 2) AS txt
   FROM gloss_lines WHERE line NOT LIKE ' %' AND split_part(line, ' | ', 2) <> '';
 DROP TABLE gloss_lines;
-CREATE FUNCTION bench_seconds(q text) RETURNS double precision LANGUAGE plpgsql AS $$
-DECLARE t0 timestamptz;
-BEGIN
-    t0 := clock_timestamp();
-    EXECUTE q;
-    RETURN extract(epoch FROM clock_timestamp() - t0);
-END $$;
 SQL
 
 # One client file per gloss, ending in a newline.

@@ -10,6 +10,7 @@ out=bench/results/stemming.txt
 db=stem_bench
 psql -X -q -d postgres -c "DROP DATABASE IF EXISTS $db" -c "CREATE DATABASE $db" 2>/dev/null
 export PGDATABASE=$db
+psql -X -q -v ON_ERROR_STOP=1 -f bench/bench_seconds.sql
 psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
 CREATE EXTENSION document;
 CREATE TABLE gloss_lines (id bigint GENERATED ALWAYS AS IDENTITY, line text);
@@ -25,13 +26,6 @@ SELECT string_agg(g, E'\n' ORDER BY id) AS t
 -- The words of the text, for StemWord per call.
 CREATE TABLE bench_words AS
 SELECT m[1] AS w FROM bench_text, regexp_matches(t, '[A-Za-z][A-Za-z0-9_]*', 'g') AS m;
-CREATE FUNCTION bench_seconds(q text) RETURNS double precision LANGUAGE plpgsql AS $$
-DECLARE t0 timestamptz;
-BEGIN
-    t0 := clock_timestamp();
-    EXECUTE q;
-    RETURN extract(epoch FROM clock_timestamp() - t0);
-END $$;
 SQL
 
 q() { psql -X -q -A -t -c "$1"; }

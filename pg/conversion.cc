@@ -49,19 +49,6 @@ const char *const kConvTableName = "DocumentConversions";
 
 namespace {
 
-// The schema the extension was created in; InvalidOid when not installed.
-Oid ExtensionSchema() {
-    Relation rel = table_open(ExtensionRelationId, AccessShareLock);
-    ScanKeyData key;
-    ScanKeyInit(&key, Anum_pg_extension_extname, BTEqualStrategyNumber, F_NAMEEQ,
-                CStringGetDatum("document"));
-    SysScanDesc scan = systable_beginscan(rel, ExtensionNameIndexId, true, NULL, 1, &key);
-    HeapTuple tup = systable_getnext(scan);
-    Oid nsp = HeapTupleIsValid(tup) ? ((Form_pg_extension)GETSTRUCT(tup))->extnamespace : InvalidOid;
-    systable_endscan(scan);
-    table_close(rel, AccessShareLock);
-    return nsp;
-}
 
 enum OpenStatus { OPEN_OK, OPEN_MISSING, OPEN_BAD_SHAPE };
 
@@ -69,7 +56,7 @@ enum OpenStatus { OPEN_OK, OPEN_MISSING, OPEN_BAD_SHAPE };
 // current user.  *rel is NULL unless OPEN_OK.
 OpenStatus OpenConvTable(const char *name, Relation *rel) {
     *rel = NULL;
-    Oid nsp = ExtensionSchema();
+    Oid nsp = dt::pg::ExtensionSchemaC();
     if (!OidIsValid(nsp)) return OPEN_MISSING;
     Oid relid = get_relname_relid(name, nsp);
     if (!OidIsValid(relid)) return OPEN_MISSING;

@@ -5,6 +5,7 @@
 #include "doclayout.h"
 #include "docvalue.h"
 #include "largeobject.h"
+#include "module.h"
 
 extern "C" {
 #include "access/genam.h"
@@ -37,20 +38,6 @@ ModuleOwnerScope::~ModuleOwnerScope() { SetUserIdAndSecContext(saved_user, saved
 
 namespace {
 
-// The schema of the extension "document", or InvalidOid.
-Oid ExtensionSchema() {
-    Oid nsp = InvalidOid;
-    Relation rel = table_open(ExtensionRelationId, AccessShareLock);
-    ScanKeyData key;
-    ScanKeyInit(&key, Anum_pg_extension_extname, BTEqualStrategyNumber, F_NAMEEQ,
-                CStringGetDatum("document"));
-    SysScanDesc scan = systable_beginscan(rel, ExtensionNameIndexId, true, nullptr, 1, &key);
-    HeapTuple tup = systable_getnext(scan);
-    if (HeapTupleIsValid(tup)) nsp = ((Form_pg_extension)GETSTRUCT(tup))->extnamespace;
-    systable_endscan(scan);
-    table_close(rel, AccessShareLock);
-    return nsp;
-}
 
 // A registry statement, planned once per schema of the extension and kept
 // for the life of the process (the plan cache replans it when the registry
@@ -75,7 +62,7 @@ int RegistryStatement(RegistryPlan &p, Oid oid, int fallback) {
     ModuleOwnerScope owner;
     return ServerCall([&] {
         int result = fallback;
-        Oid nsp = ExtensionSchema();
+        Oid nsp = dt::pg::ExtensionSchemaC();
         if (!OidIsValid(nsp)) elog(ERROR, "extension \"document\" is not installed in this database");
         if (SPI_connect() != SPI_OK_CONNECT) elog(ERROR, "SPI_connect failed");
         if (!p.plan || p.nsp != nsp) {

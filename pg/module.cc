@@ -10,6 +10,12 @@
 #include <cstdlib>
 
 extern "C" {
+#include "access/genam.h"
+#include "access/htup_details.h"
+#include "access/table.h"
+#include "catalog/indexing.h"
+#include "catalog/pg_extension.h"
+#include "utils/fmgroids.h"
 #include "utils/guc.h"
 PG_MODULE_MAGIC;
 void _PG_init(void);
@@ -33,6 +39,20 @@ std::string dt::pg::TempBaseDir() {
     struct stat st;
     if (stat("/usr/tmp", &st) == 0 && S_ISDIR(st.st_mode)) return "/usr/tmp";
     return "/tmp";
+}
+
+Oid dt::pg::ExtensionSchemaC() {
+    Oid nsp = InvalidOid;
+    Relation rel = table_open(ExtensionRelationId, AccessShareLock);
+    ScanKeyData key;
+    ScanKeyInit(&key, Anum_pg_extension_extname, BTEqualStrategyNumber, F_NAMEEQ,
+                CStringGetDatum("document"));
+    SysScanDesc scan = systable_beginscan(rel, ExtensionNameIndexId, true, nullptr, 1, &key);
+    HeapTuple tup = systable_getnext(scan);
+    if (HeapTupleIsValid(tup)) nsp = ((Form_pg_extension)GETSTRUCT(tup))->extnamespace;
+    systable_endscan(scan);
+    table_close(rel, AccessShareLock);
+    return nsp;
 }
 
 void _PG_init(void) {

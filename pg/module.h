@@ -3,6 +3,10 @@
 
 #include <string>
 
+extern "C" {
+#include "postgres.h"
+}
+
 namespace dt::pg {
 // document.home: the module's home when VX_HOME is not in the environment.
 extern char *home_setting;
@@ -18,4 +22,8 @@ std::string TempBaseDir();
 // + "document." + the backend's process id, made (mode 0700) on first use
 // and removed when the backend exits (pg/tempfile.cc).
 std::string TempDir();
+
+// The schema of the extension "document" in this database, or InvalidOid.
+// A C-level server call: run it inside ServerCall.
+Oid ExtensionSchemaC();
 }  // namespace dt::pg

@@ -78,20 +78,6 @@ char cache_key[160];
 
 // ---- C-level server code: no C++ objects with destructors below ----------
 
-// The schema of the extension "document", or InvalidOid.
-Oid ExtensionNamespace() {
-    Oid nsp = InvalidOid;
-    Relation rel = table_open(ExtensionRelationId, AccessShareLock);
-    ScanKeyData key;
-    ScanKeyInit(&key, Anum_pg_extension_extname, BTEqualStrategyNumber, F_NAMEEQ,
-                CStringGetDatum("document"));
-    SysScanDesc scan = systable_beginscan(rel, ExtensionNameIndexId, true, nullptr, 1, &key);
-    HeapTuple tup = systable_getnext(scan);
-    if (HeapTupleIsValid(tup)) nsp = ((Form_pg_extension)GETSTRUCT(tup))->extnamespace;
-    systable_endscan(scan);
-    table_close(rel, AccessShareLock);
-    return nsp;
-}
 
 Oid RelidIn(Oid nsp, const char *name) {
     if (!OidIsValid(nsp)) return InvalidOid;
@@ -211,7 +197,7 @@ void ReadCacheKey(Oid nsp, Oid stemidx, Oid exclidx, Snapshot snap, char *out, s
 // Opens the relations and the scans.  Returns 0, or 1 when the stems index
 // is missing, 2 when the exception index is missing.
 int OpenWordnetC(char *key, size_t keysize) {
-    Oid nsp = ExtensionNamespace();
+    Oid nsp = dt::pg::ExtensionSchemaC();
     Oid stemidx = RelidIn(nsp, "wordnet_stems_index");
     if (!OidIsValid(stemidx)) return 1;
     Oid exclidx = RelidIn(nsp, "wordnet_excl_index");
