@@ -14,8 +14,21 @@ DEB_PACKAGES = postgresql-15 postgresql-server-dev-15 libpq-dev libkrb5-dev \
 
 # The server's extension directories are shared by every build on the
 # machine, so installing and everything that uses the installed extension
-# run under one lock.
+# run under one lock.  PGROOT=DIR instead builds against and installs into a
+# private copy of the server's tree (made by tools/pgroot.sh on first use),
+# so that several checkouts on one machine can install and test at once.
+PGROOT ?=
+ifeq ($(PGROOT),)
+PG_CONFIG := /usr/lib/postgresql/15/bin/pg_config
+INSTALL_PREFIX := /usr/local
 LOCK = flock /tmp/document-install.lock
+else
+override PGROOT := $(abspath $(PGROOT))
+PG_CONFIG := $(PGROOT)/usr/lib/postgresql/15/bin/pg_config
+INSTALL_PREFIX := $(PGROOT)/usr/local
+LOCK = flock $(PGROOT).lock
+endif
+export PGBIN := $(patsubst %/,%,$(dir $(PG_CONFIG)))
 
 .PHONY: deps build install demo check bench clean _install _demo _check _bench
 
@@ -29,7 +42,8 @@ deps:
 	fi
 
 build: deps
-	cmake -S . -B $(BUILD) -DPG_CONFIG=/usr/lib/postgresql/15/bin/pg_config >/dev/null
+	@if [ -n "$(PGROOT)" ]; then tools/pgroot.sh "$(PGROOT)"; fi
+	cmake -S . -B $(BUILD) -DPG_CONFIG=$(PG_CONFIG) -DCMAKE_INSTALL_PREFIX=$(INSTALL_PREFIX) >/dev/null
 	cmake --build $(BUILD) -j $(JOBS)
 
 install: build

@@ -8,7 +8,7 @@
 set -uo pipefail
 cd "$(dirname "$0")/.."
 BUILD=${1:-build}
-PGBIN=/usr/lib/postgresql/15/bin
+PGBIN=${PGBIN:-/usr/lib/postgresql/15/bin}
 REGRESS=$(dirname "$($PGBIN/pg_config --pgxs)")/../test/regress/pg_regress
 out=$(mktemp -d /tmp/doctests.XXXXXX)
 chmod 777 "$out"

@@ -8,7 +8,7 @@
 source "$(dirname "$0")/channel_common.bash"
 source "$(dirname "$0")/consistency.bash"
 setup_server
-PGBIN=/usr/lib/postgresql/15/bin
+PGBIN=${PGBIN:-/usr/lib/postgresql/15/bin}
 as_pg() { if [ "$(id -u)" = 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi; }
 TABLES="docs.body"
 

@@ -4,7 +4,7 @@
 # restore reports no error.
 source "$(dirname "$0")/channel_common.bash"
 setup_server
-PGBIN=/usr/lib/postgresql/15/bin
+PGBIN=${PGBIN:-/usr/lib/postgresql/15/bin}
 head -c 5000 /usr/share/common-licenses/GPL-3 >"$WORK/big.txt"
 printf 'Dogs chase cats.\n' >"$WORK/small.txt"
 head -c 3000 /usr/share/common-licenses/Apache-2.0 >"$WORK/nocopy.txt"
