@@ -198,7 +198,7 @@ Datum pgdoc_GetDocText(PG_FUNCTION_ARGS) {
 Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string dir = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string dir = dt::pg::TextArg(fcinfo, 1);
         if (dir.empty())
             dt::ErrorRaiseVA("TL001", "NAME%s", "(null directory)", "OPERATION%s", "GetDocInternal");
         dt::pg::RequireRole(ROLE_PG_WRITE_SERVER_FILES, "pg_write_server_files",
@@ -213,8 +213,8 @@ Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
 Datum pgdoc_DocDisplay(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string cmd = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
-        std::string display = dt::pg::TextToString(PG_GETARG_TEXT_PP(2));
+        std::string cmd = dt::pg::TextArg(fcinfo, 1);
+        std::string display = dt::pg::TextArg(fcinfo, 2);
         dt::pg::RequireRole(ROLE_PG_EXECUTE_SERVER_PROGRAM, "pg_execute_server_program",
                             "run a program with DocDisplay");
         auto handle = dt::DocLOHandleExternal(v);
@@ -243,7 +243,7 @@ Datum pgdoc_DocDisplay(PG_FUNCTION_ARGS) {
 Datum pgdoc_DocPrint(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string cmd = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string cmd = dt::pg::TextArg(fcinfo, 1);
         dt::pg::RequireRole(ROLE_PG_EXECUTE_SERVER_PROGRAM, "pg_execute_server_program",
                             "run a program with DocPrint");
         std::string file = dt::pg::WriteDocToServerFile(v, dt::pg::TempDir());

@@ -84,8 +84,7 @@ Datum pgdoc_IndexTerms(PG_FUNCTION_ARGS) {
 // Occurrences(doc, text): the counts of the text's stems in the document.
 Datum pgdoc_Occurrences(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        text *t = dt::pg::ServerCall([&] { return PG_GETARG_TEXT_PP(1); });
-        std::string input = dt::pg::TextToString(t);
+        std::string input = dt::pg::TextArg(fcinfo, 1);
         if (input.empty()) return dt::pg::TextResult("");
         return dt::pg::TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), &input, -1));
     });
@@ -94,7 +93,7 @@ Datum pgdoc_Occurrences(PG_FUNCTION_ARGS) {
 // TopNTerms(doc, n): the n most frequent terms.
 Datum pgdoc_TopNTerms(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        int n = PG_GETARG_INT32(1);
+        int n = dt::pg::Int32Arg(fcinfo, 1);
         if (n < 0) return dt::pg::TextResult("");
         return dt::pg::TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), nullptr, n));
     });

@@ -1,0 +1,36 @@
+-- Errors of the server that pass through the module arrive as the server
+-- raised them: SQLSTATE, message, detail, hint and context.
+\set VERBOSITY default
+\set SHOW_CONTEXT always
+
+CREATE FUNCTION step_hint(i text, o text) RETURNS text LANGUAGE plpgsql AS $$
+BEGIN
+    RAISE EXCEPTION 'the step refused %', i
+        USING ERRCODE = '22P05', DETAIL = 'a detail of the step', HINT = 'increase the step''s patience';
+END $$;
+BEGIN;
+INSERT INTO "DocumentConversions" VALUES ('hx', 'hy', 'step_hint');
+-- Shown by psql: the step's context line, once.
+SELECT formatconvert('format(hx):/tmp/boundary_in.hx', 'format(hy):/tmp/boundary_out.hy');
+\echo :LAST_ERROR_SQLSTATE
+ROLLBACK;
+
+-- Caught in PL/pgSQL: every field is there, and the context names the
+-- step and the block that called formatconvert.
+BEGIN;
+INSERT INTO "DocumentConversions" VALUES ('hx', 'hy', 'step_hint');
+DO $$
+DECLARE s text; m text; d text; h text; c text;
+BEGIN
+    PERFORM formatconvert('format(hx):/tmp/boundary_in.hx', 'format(hy):/tmp/boundary_out.hy');
+EXCEPTION WHEN OTHERS THEN
+    GET STACKED DIAGNOSTICS s = RETURNED_SQLSTATE, m = MESSAGE_TEXT, d = PG_EXCEPTION_DETAIL,
+                            h = PG_EXCEPTION_HINT, c = PG_EXCEPTION_CONTEXT;
+    RAISE NOTICE 'sqlstate %', s;
+    RAISE NOTICE 'message %', m;
+    RAISE NOTICE 'detail %', d;
+    RAISE NOTICE 'hint %', h;
+    RAISE NOTICE 'context %', c;
+END $$;
+ROLLBACK;
+
