@@ -11,6 +11,7 @@
 #include "ctypefast.h"
 #include "error.h"
 #include "tokenizer.h"
+#include "interrupt.h"
 
 namespace dt {
 
@@ -21,6 +22,7 @@ namespace {
 int ReadSource(DocDesc &doc, char *buf, int want) {
     int got = 0;
     while (got < want) {
+        PollInterrupts();
         int n;
         if (doc.doc_flags & kDocUnixFile) {
             ssize_t r = ::read(doc.doc_fd, buf + got, (size_t)(want - got));
@@ -185,6 +187,7 @@ namespace {
 const char *NextWord(DocDesc &doc, bool stem, const char *operation) {
     if (doc.doc_flags & kDocExhausted) return nullptr;
     for (;;) {
+        PollInterrupts();
         char *w = _dt_WordFromString(doc.doc_buf, &doc.doc_windex);
         if (*w) {
             if (!stem) {
@@ -218,8 +221,7 @@ int _dt_AddStopWordToHash(const char *word, DocDesc &doc) {
 }
 
 int _dt_IsWordInDoc(const char *data, size_t len, DocDesc &doc) {
-    if (_dt_HashTextLookup(data, len, doc.doc_wordhashtab.heads[_dt_HashTextVal(data, len)]))
-        return 1;
+    if (WordHashFind(doc.doc_wordhashtab, data, len)) return 1;
     while (const char *t = _dt_GetWordFromDoc(doc)) {
         int present = _dt_AddWordToHash(t, doc);
         if (!present && std::strlen(t) == len && std::memcmp(t, data, len) == 0) return 1;

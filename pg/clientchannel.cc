@@ -235,6 +235,7 @@ void PushBegin(const std::string &toname, long long size) {
 
 void PushData(const char *data, size_t n) {
     while (n > 0) {
+        CheckInterrupts();
         size_t k = n < dt::channel::kChunkSize ? n : dt::channel::kChunkSize;
         std::string text = dt::channel::Base64Encode(data, k);
         SendNotice(kSqlstatePushData, text.c_str(), nullptr);

@@ -47,6 +47,13 @@ Digest DigestFile(const std::string &path) {
     bool ok = pg_cryptohash_init(ctx) == 0;
     char buf[65536];
     while (ok) {
+        try {
+            dt::pg::CheckInterrupts();
+        } catch (...) {
+            pg_cryptohash_free(ctx);
+            close(fd);
+            throw;
+        }
         ssize_t r = read(fd, buf, sizeof buf);
         if (r < 0 && errno == EINTR) continue;
         if (r < 0) {

@@ -41,6 +41,7 @@ struct OutputFile {
 
 void WriteAll(OutputFile &f, const char *p, size_t n) {
     while (n > 0) {
+        CheckInterrupts();
         ssize_t w = write(f.fd, p, n);
         if (w < 0 && errno == EINTR) continue;
         if (w < 1) dt::ErrorRaiseVA("XD00S", "SIZE%d", (int)n, "FILENAME%s", f.path);

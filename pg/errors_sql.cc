@@ -22,6 +22,7 @@ Datum pgdoc_dt_ErrorCatalogue(PG_FUNCTION_ARGS) {
         ReturnSetInfo *rsinfo = (ReturnSetInfo *)fcinfo->resultinfo;
         dt::pg::ServerCall([&] { InitMaterializedSRF(fcinfo, 0); });
         for (const auto &code : codes) {
+            dt::pg::CheckInterrupts();
             const char *text = dt::CatalogueText(code);
             const char *c = code.c_str();
             dt::pg::ServerCall([&] {

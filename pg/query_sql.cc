@@ -376,6 +376,7 @@ Datum pgdoc_dt_QueryTerms(PG_FUNCTION_ARGS) {
         std::vector<const dt::DocExprNode *> stack;
         if (tree) stack.push_back(tree);
         while (!stack.empty()) {
+            dt::pg::CheckInterrupts();
             const dt::DocExprNode *n = stack.back();
             stack.pop_back();
             if (n->node_op == dt::EXPR_AND || n->node_op == dt::EXPR_OR || n->node_op == dt::EXPR_ANDNOT) {
