@@ -9,7 +9,9 @@
 #include <cstring>
 
 #include "ctypefast.h"
+#include "doclayout.h"
 #include "error.h"
+#include "regularfile.h"
 #include "tokenizer.h"
 #include "interrupt.h"
 
@@ -28,6 +30,11 @@ int ReadSource(DocDesc &doc, char *buf, int want) {
             ssize_t r = ::read(doc.doc_fd, buf + got, (size_t)(want - got));
             if (r < 0 && errno == EINTR) continue;
             n = (int)r;
+            // A file that grew past the largest document while it is read.
+            if (r > 0 && (doc.doc_filebytes += r) > doc.doc_maxbytes)
+                throw Error::User("server file \"" + doc.doc_name + "\" is longer than the largest document (" +
+                                      std::to_string(doc.doc_maxbytes) + " bytes)",
+                                  "54000");
         } else if (doc.doc_source.read) {
             n = doc.doc_source.read(buf + got, want - got);
         } else {
@@ -86,15 +93,13 @@ int _dt_InitDocDesc(DocDesc &doc, const char *docfilename, DocType doctype, int 
     switch (doctype) {
     case UnixDocType: {
         doc.doc_flags = kDocUnixFile;
+        doc.doc_filebytes = 0;
         doc.doc_name = docfilename ? docfilename : "";
-        int fd = ::open(doc.doc_name.c_str(), O_RDONLY | O_CLOEXEC);
-        struct stat st;
-        if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
-            // Directories, pipes and devices are no documents.
-            ::close(fd);
-            fd = -1;
-        }
-        if (fd < 0) ErrorRaiseVA("XD00H", "FILENAME%s", doc.doc_name);
+        // Directories, pipes and devices are no documents.
+        long long size = 0;
+        std::string why;
+        int fd = OpenRegularFile(doc.doc_name, &size, &why);
+        if (fd < 0) ErrorRaiseVA("XD00H", "FILENAME%s", doc.doc_name, "REASON%s", why);
         doc.doc_fd = fd;
         return _dt_GetDocBuffer(doc);
     }

@@ -19,6 +19,7 @@
 #include <memory>
 #include <string>
 
+#include "doclayout.h"
 #include "wordhash.h"
 
 namespace dt {
@@ -54,6 +55,8 @@ struct DocDesc {
     WordHash doc_wordhashtab;  // 97 buckets, counters, iteration cursor
     int doc_windex = 0;        // scan position in doc_buf
     int doc_fd = -1;           // open source descriptor, -1 when none
+    long long doc_filebytes = 0;  // bytes read from a server file so far
+    long long doc_maxbytes = kMaxDocumentBytes;  // most bytes a server file may have
     char doc_buf[kDocBufSize + 1] = {};
     int doc_len = 0;           // valid bytes in doc_buf
     int doc_flags = 0;         // kDocExhausted | kDocUnixFile | kDocSmall

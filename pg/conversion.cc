@@ -15,6 +15,7 @@
 #include "docvalue.h"
 #include "formatspec.h"
 #include "module.h"
+#include "regularfile.h"
 
 extern "C" {
 #include "access/genam.h"
@@ -171,10 +172,12 @@ struct Fd {
 // file that the copy created is removed again then.
 bool CopyServerFile(const std::string &from, const std::string &to) {
     Fd in;
-    in.fd = open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    long long size = 0;
+    std::string why;
+    in.fd = dt::OpenRegularFile(from, &size, &why);
     if (in.fd < 0) return false;
     struct stat sin, sout;
-    if (fstat(in.fd, &sin) != 0 || !S_ISREG(sin.st_mode)) return false;
+    if (fstat(in.fd, &sin) != 0) return false;
     bool existed = stat(to.c_str(), &sout) == 0;
     // The same file: nothing to copy (truncating it would lose it).
     if (existed && sout.st_dev == sin.st_dev && sout.st_ino == sin.st_ino) return true;

@@ -15,6 +15,7 @@
 #include "largeobject.h"
 #include "module.h"
 #include "process.h"
+#include "regularfile.h"
 #include "tempname.h"
 
 extern "C" {
@@ -50,24 +51,33 @@ void WriteAll(OutputFile &f, const char *p, size_t n) {
     }
 }
 
-std::string ReadServerFile(const std::string &path, int32 limit) {
-    int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path);
+[[noreturn]] void RaiseTooLong(const std::string &path) {
+    throw dt::Error::User("server file \"" + path + "\" is longer than the largest document (" +
+                              std::to_string(dt::kMaxDocumentBytes) + " bytes)",
+                          "54000");
+}
+
+// The whole text of a server file: a regular file of at most the largest
+// document's size.
+std::string ReadServerFile(const std::string &path) {
+    long long size = 0;
+    std::string why;
+    dt::ReadFd in(dt::OpenRegularFile(path, &size, &why));
+    if (in.fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path, "REASON%s", why);
+    if (size > dt::kMaxDocumentBytes) RaiseTooLong(path);
     std::string out;
+    out.reserve((size_t)size);
     std::vector<char> buf(65536);
     for (;;) {
-        ssize_t got = read(fd, buf.data(), buf.size());
+        CheckInterrupts();
+        ssize_t got = read(in.fd, buf.data(), buf.size());
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) {
-            close(fd);
-            dt::ErrorRaiseVA("XD00P", "SIZE%d", (int)buf.size(), "FILENAME%s", path);
-        }
+        if (got < 0) dt::ErrorRaiseVA("XD00P", "SIZE%d", (int)buf.size(), "FILENAME%s", path);
         if (got == 0) break;
+        // It may have grown since it was opened.
+        if ((long long)(out.size() + got) > dt::kMaxDocumentBytes) RaiseTooLong(path);
         out.append(buf.data(), got);
-        if (limit >= 0 && (int32)out.size() >= limit) break;
     }
-    close(fd);
-    if (limit >= 0 && (int32)out.size() > limit) out.resize(limit);
     return out;
 }
 
@@ -77,7 +87,7 @@ std::string DocumentText(const void *value) {
     dt::DocView d(value);
     auto handle = dt::DocLOHandleExternal(value);
     if (!handle) return dt::DocSmallText(value);
-    if (dt::IsExternalHandle(*handle)) return ReadServerFile(dt::ExternalHandlePath(*handle), -1);
+    if (dt::IsExternalHandle(*handle)) return ReadServerFile(dt::ExternalHandlePath(*handle));
     return ReadLargeObjectText(value);
 }
 

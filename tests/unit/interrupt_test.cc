@@ -1,6 +1,10 @@
-// Long loops of the core stop when the installed poll function raises, and
-// the term structures stay fast on documents of many distinct terms.
+// Long loops of the core stop when the installed poll function raises, the
+// term structures stay fast on documents of many distinct terms, and server
+// files are read only when regular and only up to the document limit.
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,6 +15,7 @@
 #include "error.h"
 #include "interrupt.h"
 #include "querydoc.h"
+#include "regularfile.h"
 #include "stripstem.h"
 #include "termtable.h"
 #include "wordhash.h"
@@ -139,4 +144,51 @@ TEST(WordHashSpeed, ManyDistinctTermsAddFindAndSort) {
     // A sanity bound only (quadratic work took minutes); speed is measured
     // in bench/.
     EXPECT_LT(secs, 20.0);
+}
+
+TEST(ServerFileScan, StopsAtTheDocumentLimit) {
+    // The limit of a scan is the largest document; a smaller one here, so
+    // that a file can pass it.
+    textlex::TempFile f(DistinctWords(2000));
+    DocDesc d;
+    d.doc_maxbytes = 4096;
+    try {
+        _dt_InitDocDesc(d, f.path.c_str(), UnixDocType, 0);
+        while (_dt_GetWordFromDoc(d)) {
+        }
+        FAIL() << "read past the limit";
+    } catch (const Error &e) {
+        EXPECT_EQ(e.code(), "54000");
+        EXPECT_NE(e.message().find("longer than the largest document (4096 bytes)"), std::string::npos) << e.message();
+    }
+}
+
+TEST(ServerFileScan, OnlyRegularFilesOpen) {
+    long long size = -1;
+    std::string why;
+    textlex::TempFile f("some text\n");
+    int fd = OpenRegularFile(f.path, &size, &why);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(size, 10);
+    close(fd);
+    EXPECT_EQ(OpenRegularFile("/dev/zero", &size, &why), -1);
+    EXPECT_EQ(why, "it is a character device, not a regular file");
+    EXPECT_EQ(OpenRegularFile("/tmp", &size, &why), -1);
+    EXPECT_EQ(why, "it is a directory, not a regular file");
+    EXPECT_EQ(OpenRegularFile("/nonexistent/x", &size, &why), -1);
+    EXPECT_EQ(why, "No such file or directory");
+    // A FIFO without a writer: refused at once, not waited on.
+    std::string fifo = f.path + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(OpenRegularFile(fifo, &size, &why), -1);
+    EXPECT_EQ(why, "it is a FIFO, not a regular file");
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 5.0);
+    // A symbolic link to a device is the device.
+    std::string link = f.path + ".link";
+    ASSERT_EQ(symlink("/dev/zero", link.c_str()), 0);
+    EXPECT_EQ(OpenRegularFile(link, &size, &why), -1);
+    EXPECT_EQ(why, "it is a character device, not a regular file");
+    unlink(fifo.c_str());
+    unlink(link.c_str());
 }
