@@ -100,10 +100,6 @@ void RaisePending(const PendingError &pe) {
 
 bool ServerErrorPending() { return pending; }
 
-void RaiseIfServerErrorPending() {
-    if (pending) throw PendingServerError();
-}
-
 dt::Error PendingServerError() {
     return dt::Error::Server(caught.sqlstate, caught.message, caught.detail, caught.hint, caught.context);
 }

@@ -2,10 +2,11 @@
 //
 // Three rules hold everywhere in the extension:
 //  1. No C++ exception crosses a server frame.  Every fmgr entry point (and
-//     every callback the server calls, such as access-method callbacks)
-//     runs its body through dt::pg::Guard, which catches dt::Error (and any
-//     other C++ exception) and re-raises it with ereport once every C++
-//     object of the body has been destroyed.
+//     every callback the server calls, such as access-method callbacks:
+//     Guard returns whatever the body returns) runs its body through
+//     dt::pg::Guard, which catches dt::Error (and any other C++ exception)
+//     and re-raises it with ereport once every C++ object of the body has
+//     been destroyed.
 //  2. No ereport jumps over a live C++ destructor.  Server calls that can
 //     raise are made through dt::pg::ServerCall, which runs them under
 //     PG_TRY and turns a server error into a dt::Error carrying the same
@@ -72,20 +73,31 @@ void FillPending(PendingError &pe, const char *sqlstate, const char *message);
 
 // Whether a server error was caught by ServerCall and not raised again yet.
 bool ServerErrorPending();
-// Raises the caught server error if there is one (Guard's normal return).
-void RaiseIfServerErrorPending();
 // The caught server error as a dt::Error (for ServerCall's refusal).
 dt::Error PendingServerError();
 
+// Runs the body of a function the server calls: an fmgr entry point
+// (returning Datum) or any other callback (an access method's, returning
+// bool, a pointer, a number or nothing).  A C++ exception, or a server
+// error caught on the way, is raised as a server error once the body's
+// objects are gone.
 template <class F>
-Datum Guard(F &&body) {
+auto Guard(F &&body) -> decltype(body()) {
+    using R = decltype(body());
+    static_assert(std::is_void_v<R> || std::is_trivially_copyable_v<R>, "Guard result must be plain data");
     PendingError pe;
     try {
-        Datum result = body();
-        // A server error that some code caught and did not pass on still
-        // ends the statement: the server must abort to be usable again.
-        if (ServerErrorPending()) throw PendingServerError();
-        return result;
+        if constexpr (std::is_void_v<R>) {
+            body();
+            // A server error that some code caught and did not pass on
+            // still ends the statement: the server must abort to be usable.
+            if (ServerErrorPending()) throw PendingServerError();
+            return;
+        } else {
+            R result = body();
+            if (ServerErrorPending()) throw PendingServerError();
+            return result;
+        }
     } catch (const dt::Error &e) {
         FillPending(pe, e);
     } catch (const std::bad_alloc &) {
