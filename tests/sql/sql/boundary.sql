@@ -34,3 +34,18 @@ EXCEPTION WHEN OTHERS THEN
 END $$;
 ROLLBACK;
 
+
+-- A full lock table inside a conversion step: the server's hint to raise
+-- max_locks_per_transaction reaches the client.
+CREATE FUNCTION step_locks(i text, o text) RETURNS text LANGUAGE plpgsql AS $$
+BEGIN
+    PERFORM pg_advisory_xact_lock(n) FROM generate_series(1, 1000000) n;
+    RETURN o;
+END $$;
+BEGIN;
+INSERT INTO "DocumentConversions" VALUES ('lx', 'ly', 'step_locks');
+SELECT formatconvert('format(lx):/tmp/boundary_in.lx', 'format(ly):/tmp/boundary_out.ly');
+\echo :LAST_ERROR_SQLSTATE
+ROLLBACK;
+-- The lock table is usable again.
+SELECT pg_try_advisory_xact_lock(1) AS locked;
