@@ -7,7 +7,8 @@
 #  - an external document of 1,500,000 distinct words read under a
 #    statement_timeout of 1 s is cancelled with 57014 soon after the second,
 #    and the session goes on working (the WordNet tables and the document's
-#    scan were left mid-way by the cancel).
+#    scan were left mid-way by the cancel); pg_cancel_backend and
+#    pg_terminate_backend stop the same scan.
 source "$(dirname "$0")/channel_common.bash"
 setup_server
 words() {  # words N FIRST: N distinct letter-only words
@@ -97,4 +98,19 @@ sleep 0.3
 psql -X -qtA -c "SELECT pg_cancel_backend($pid)" >/dev/null
 wait $bg
 has "canceling statement due to user request" "$(cat "$WORK/cancel.out")" "IndexTerms of 1,500,000 words stopped by pg_cancel_backend"
+# And pg_terminate_backend ends the session in the middle of the scan.
+psql -X -qtA -c "SELECT length(IndexTerms(d)) FROM docs WHERE id = 3" >"$WORK/term.out" 2>&1 &
+bg=$!
+for _ in $(seq 50); do
+    pid=$(psql -X -qtA -c "SELECT pid FROM pg_stat_activity WHERE query LIKE 'SELECT length(IndexTerms%' AND state = 'active'")
+    [ -n "$pid" ] && break
+    sleep 0.1
+done
+sleep 0.3
+t0=$(date +%s)
+psql -X -qtA -c "SELECT pg_terminate_backend($pid, 10000)" >/dev/null
+wait $bg
+has "terminating connection due to administrator command" "$(cat "$WORK/term.out")" "IndexTerms of 1,500,000 words ended by pg_terminate_backend"
+check "the backend was gone within 10 s" test "$(( $(date +%s) - t0 ))" -lt 10
+same "$started" "$(psql -X -qtA -c "SELECT pg_postmaster_start_time()")" "the server did not restart after the termination"
 finish
