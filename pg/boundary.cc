@@ -60,6 +60,17 @@ void FillPending(PendingError &pe, const dt::Error &e) {
         pe.output_to_client = caught.output_to_client;
         pe.hide_stmt = caught.hide_stmt;
         pe.hide_ctx = caught.hide_ctx;
+        pe.filename = caught.filename;
+        pe.lineno = caught.lineno;
+        pe.funcname = caught.funcname;
+        std::memcpy(pe.schema_name, caught.schema_name, sizeof pe.schema_name);
+        std::memcpy(pe.table_name, caught.table_name, sizeof pe.table_name);
+        std::memcpy(pe.column_name, caught.column_name, sizeof pe.column_name);
+        std::memcpy(pe.datatype_name, caught.datatype_name, sizeof pe.datatype_name);
+        std::memcpy(pe.constraint_name, caught.constraint_name, sizeof pe.constraint_name);
+        std::memcpy(pe.internalquery, caught.internalquery, sizeof pe.internalquery);
+        pe.internalpos = caught.internalpos;
+        pe.cursorpos = caught.cursorpos;
     } else if (e.fromServer()) {
         pe.server = true;
     }
@@ -90,6 +101,17 @@ void RaisePending(const PendingError &pe) {
         ed.detail = pe.detail[0] ? const_cast<char *>(pe.detail) : nullptr;
         ed.hint = pe.hint[0] ? const_cast<char *>(pe.hint) : nullptr;
         ed.context = pe.context[0] ? const_cast<char *>(pe.context) : nullptr;
+        ed.filename = pe.filename;
+        ed.lineno = pe.lineno;
+        ed.funcname = pe.funcname;
+        ed.schema_name = pe.schema_name[0] ? const_cast<char *>(pe.schema_name) : nullptr;
+        ed.table_name = pe.table_name[0] ? const_cast<char *>(pe.table_name) : nullptr;
+        ed.column_name = pe.column_name[0] ? const_cast<char *>(pe.column_name) : nullptr;
+        ed.datatype_name = pe.datatype_name[0] ? const_cast<char *>(pe.datatype_name) : nullptr;
+        ed.constraint_name = pe.constraint_name[0] ? const_cast<char *>(pe.constraint_name) : nullptr;
+        ed.internalquery = pe.internalquery[0] ? const_cast<char *>(pe.internalquery) : nullptr;
+        ed.internalpos = pe.internalpos;
+        ed.cursorpos = pe.cursorpos;
         ed.assoc_context = CurrentMemoryContext;
         ReThrowError(&ed);
     }
@@ -119,6 +141,20 @@ dt::Error TakeServerError(MemoryContext cxt) {
     caught.output_to_client = edata->output_to_client;
     caught.hide_stmt = edata->hide_stmt;
     caught.hide_ctx = edata->hide_ctx;
+    caught.filename = edata->filename;
+    caught.lineno = edata->lineno;
+    caught.funcname = edata->funcname;
+    CopyField(caught.schema_name, sizeof caught.schema_name, edata->schema_name);
+    CopyField(caught.table_name, sizeof caught.table_name, edata->table_name);
+    CopyField(caught.column_name, sizeof caught.column_name, edata->column_name);
+    CopyField(caught.datatype_name, sizeof caught.datatype_name, edata->datatype_name);
+    CopyField(caught.constraint_name, sizeof caught.constraint_name, edata->constraint_name);
+    // A query cut short would put the position in the wrong place.
+    if (edata->internalquery && std::strlen(edata->internalquery) < sizeof caught.internalquery) {
+        CopyField(caught.internalquery, sizeof caught.internalquery, edata->internalquery);
+        caught.internalpos = edata->internalpos;
+    }
+    caught.cursorpos = edata->cursorpos;
     FreeErrorData(edata);
     pending = true;
     return PendingServerError();

@@ -64,6 +64,19 @@ struct PendingError {
     bool output_to_client;
     bool hide_stmt;
     bool hide_ctx;
+    // More of a server error: where it was raised (static strings of the
+    // server), the object it names, the internal query it was in.
+    const char *filename;
+    int lineno;
+    const char *funcname;
+    char schema_name[NAMEDATALEN];
+    char table_name[NAMEDATALEN];
+    char column_name[NAMEDATALEN];
+    char datatype_name[NAMEDATALEN];
+    char constraint_name[NAMEDATALEN];
+    char internalquery[1024];
+    int internalpos;
+    int cursorpos;
 };
 
 void FillPending(PendingError &pe, const dt::Error &e);

@@ -49,3 +49,23 @@ SELECT formatconvert('format(lx):/tmp/boundary_in.lx', 'format(ly):/tmp/boundary
 ROLLBACK;
 -- The lock table is usable again.
 SELECT pg_try_advisory_xact_lock(1) AS locked;
+
+-- The objects a server error names come through too.
+CREATE TABLE boundary_checked (n int CONSTRAINT n_small CHECK (n < 10));
+CREATE FUNCTION step_check(i text, o text) RETURNS text LANGUAGE plpgsql AS $$
+BEGIN
+    INSERT INTO boundary_checked VALUES (42);
+    RETURN o;
+END $$;
+BEGIN;
+INSERT INTO "DocumentConversions" VALUES ('cx', 'cy', 'step_check');
+DO $$
+DECLARE s text; t text; c text; n text;
+BEGIN
+    PERFORM formatconvert('format(cx):/tmp/boundary_in.cx', 'format(cy):/tmp/boundary_out.cy');
+EXCEPTION WHEN check_violation THEN
+    GET STACKED DIAGNOSTICS s = SCHEMA_NAME, t = TABLE_NAME, c = CONSTRAINT_NAME, n = MESSAGE_TEXT;
+    RAISE NOTICE '% / %.% / %', n, s, t, c;
+END $$;
+ROLLBACK;
+DROP TABLE boundary_checked;
