@@ -12,7 +12,8 @@
 
 Prints each finding as FILE:LINE: reason, and exits 1 if there is any.
 With --core only core/ is checked (the build runs that before compiling
-the core).
+the core).  With --self-test the check runs on a small tree of known good
+and bad files and fails unless it finds exactly the bad ones.
 """
 import os
 import re
@@ -116,11 +117,55 @@ def check_core(path, rel, findings):
             findings.append("%s:%d: core includes the server header %s" % (rel, no, m.group(1)))
 
 
-def main():
+SELF_TEST = {
+    "pg/good.cc": """
+// Reads PG_GETARG_TEXT_PP in a comment and "PG_GETARG_INT32(0)" in a string.
+Datum pgdoc_good(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        std::string s = dt::pg::TextArg(fcinfo, 0);
+        text *t = dt::pg::ServerCall([&] { return DatumGetTextPP(d); });
+        return (Datum)0;
+    });
+}
+// Runs inside ServerCall.
+char *Plain(Datum d) { return text_to_cstring(DatumGetTextPP(d)); }
+""",
+    "pg/sub/bad.cc": """
+Datum pgdoc_bad(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        std::string s = dt::pg::TextToString(PG_GETARG_TEXT_PP(0));
+        int n = PG_GETARG_INT32(1);
+        std::string u = TextToString(DatumGetTextPP(x));
+        return (Datum)0;
+    });
+}
+""",
+    "core/bad.h": '#pragma once\n#include "utils/builtins.h"\n#include <string>\n',
+    "core/good.h": '#pragma once\n#include <string>\n#include "error.h"\n',
+}
+
+
+def self_test():
+    import tempfile
+    global ROOT
+    with tempfile.TemporaryDirectory() as d:
+        for rel, text in SELF_TEST.items():
+            os.makedirs(os.path.dirname(os.path.join(d, rel)), exist_ok=True)
+            with open(os.path.join(d, rel), "w") as f:
+                f.write(text)
+        ROOT = d
+        findings = run(("pg", check_pg), ("core", check_core))
+    where = sorted(f.split(":")[0] + ":" + f.split(":")[1] for f in findings)
+    expect = ["core/bad.h:2", "pg/sub/bad.cc:4", "pg/sub/bad.cc:5", "pg/sub/bad.cc:6"]
+    if where != expect:
+        print("boundary check self-test failed: expected findings at %s, got %s" % (expect, where))
+        return 1
+    print("boundary check self-test: ok")
+    return 0
+
+
+def run(*parts):
     findings = []
-    parts = (("pg", check_pg), ("core", check_core))
-    if "--core" in sys.argv[1:]:
-        parts = (("core", check_core),)
     for sub, check in parts:
         top = os.path.join(ROOT, sub)
         for d, dirs, names in os.walk(top):
@@ -129,6 +174,16 @@ def main():
                 if name.endswith((".cc", ".h", ".c", ".cpp", ".hpp")):
                     path = os.path.join(d, name)
                     check(path, os.path.relpath(path, ROOT), findings)
+    return findings
+
+
+def main():
+    if "--self-test" in sys.argv[1:]:
+        return self_test()
+    parts = [("pg", check_pg), ("core", check_core)]
+    if "--core" in sys.argv[1:]:
+        parts = [("core", check_core)]
+    findings = run(*parts)
     for f in findings:
         print(f)
     print("boundary check: %d finding(s)" % len(findings))

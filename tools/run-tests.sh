@@ -33,7 +33,8 @@ passed=$((passed + u_pass)); failed=$((failed + u_fail))
 # ---- static checks -------------------------------------------------------------
 # The C++/server boundary rules (pg/boundary.h) that the compiler cannot see.
 echo "== boundary check"
-if python3 tools/check-boundary.py >"$out/boundary.log" 2>&1; then
+if python3 tools/check-boundary.py --self-test >"$out/boundary.log" 2>&1 &&
+   python3 tools/check-boundary.py >>"$out/boundary.log" 2>&1; then
     passed=$((passed + 1)); echo "ok boundary check"
 else
     failed=$((failed + 1)); echo "FAILED boundary check"; cat "$out/boundary.log"
