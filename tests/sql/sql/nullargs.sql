@@ -92,3 +92,4 @@ SELECT call, outcome FROM nullcalls
 SELECT fn, call, outcome FROM nullcalls
  WHERE outcome ~ '^(XX|58)' ORDER BY fn::oid, call;
 RESET statement_timeout;
+COPY (SELECT 1) TO PROGRAM 'rm -f /tmp/doc_nullargs.txt';
