@@ -8,6 +8,8 @@
           OwnedCall) callable, or in a function marked with the comment
           "// Runs inside ServerCall." on the line before it, written in C
           style for callers that hold no C++ objects.
+          Every fmgr entry point (a function defined with PG_FUNCTION_ARGS)
+          runs its body through Guard: its body is "return ...Guard(...)".
   core/   No file includes a server header.
 
 Prints each finding as FILE:LINE: reason, and exits 1 if there is any.
@@ -24,6 +26,8 @@ ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), ".."))
 RAW_ARG = re.compile(r"\bPG_GETARG_\w+")
 DETOAST = re.compile(
     r"\b(PG_DETOAST_DATUM\w*|pg_detoast_datum\w*|DatumGet[A-Za-z]+?PP?|text_to_cstring|TextDatumGetCString)\s*\(")
+ENTRY = re.compile(r"^[ \t]*(?:extern\s+\"[^\"\n]*\"\s+)?Datum\s+(\w+)\s*\(\s*PG_FUNCTION_ARGS\s*\)\s*\{", re.M)
+GUARDED = re.compile(r"\s*return\s+(?:dt::pg::|::dt::pg::)?Guard\s*\(")
 CALLERS = re.compile(r"\b(ServerCall|OwnedCall)\s*\(")
 MARK = "// Runs inside ServerCall."
 SERVER_HEADER = re.compile(
@@ -102,6 +106,10 @@ def check_pg(path, rel, findings):
     for m in RAW_ARG.finditer(code):
         findings.append("%s:%d: %s: read arguments with the helpers of pg/boundary.h"
                         % (rel, line_of(src, m.start()), m.group(0)))
+    for m in ENTRY.finditer(code):
+        if not GUARDED.match(code, m.end()):
+            findings.append("%s:%d: %s: an fmgr entry point runs its body through dt::pg::Guard"
+                            % (rel, line_of(src, m.start()), m.group(1)))
     ranges = safe_ranges(src, code)
     for m in DETOAST.finditer(code):
         if any(a <= m.start() <= b for a, b in ranges):
@@ -140,6 +148,15 @@ Datum pgdoc_bad(PG_FUNCTION_ARGS) {
     });
 }
 """,
+    "pg/unguarded.cc": """
+extern "C" Datum pgdoc_unguarded(PG_FUNCTION_ARGS) {
+    std::string s = "x";
+    return (Datum)0;
+}
+Datum pgdoc_guarded(PG_FUNCTION_ARGS) {
+    return Guard([&]() -> Datum { return (Datum)0; });
+}
+""",
     "core/bad.h": '#pragma once\n#include "utils/builtins.h"\n#include <string>\n',
     "core/good.h": '#pragma once\n#include <string>\n#include "error.h"\n',
 }
@@ -156,7 +173,7 @@ def self_test():
         ROOT = d
         findings = run(("pg", check_pg), ("core", check_core))
     where = sorted(f.split(":")[0] + ":" + f.split(":")[1] for f in findings)
-    expect = ["core/bad.h:2", "pg/sub/bad.cc:4", "pg/sub/bad.cc:5", "pg/sub/bad.cc:6"]
+    expect = ["core/bad.h:2", "pg/sub/bad.cc:4", "pg/sub/bad.cc:5", "pg/sub/bad.cc:6", "pg/unguarded.cc:2"]
     if where != expect:
         print("boundary check self-test failed: expected findings at %s, got %s" % (expect, where))
         return 1
