@@ -48,32 +48,17 @@ void FillPending(PendingError &pe, const dt::Error &e) {
     CopyField(pe.sqlstate, sizeof pe.sqlstate, e.code().c_str());
     if (!ValidSqlstate(pe.sqlstate)) CopyField(pe.sqlstate, sizeof pe.sqlstate, "XX000");
     CopyField(pe.message, sizeof pe.message, e.message().c_str());
+    // The server's own error (and not one the module made from it) is
+    // raised again whole: location, object names, reporting choices.
+    if (e.fromServer() && pending && std::strcmp(caught.sqlstate, pe.sqlstate) == 0 &&
+        std::strcmp(caught.message, pe.message) == 0) {
+        pe = caught;
+        return;
+    }
     CopyField(pe.detail, sizeof pe.detail, e.detail().c_str());
     CopyField(pe.hint, sizeof pe.hint, e.hint().c_str());
     CopyField(pe.context, sizeof pe.context, e.context().c_str());
-    // The server's own error (and not one the module made from it) keeps
-    // the reporting choices the server made for it.
-    if (e.fromServer() && pending && std::strcmp(caught.sqlstate, pe.sqlstate) == 0 &&
-        std::strcmp(caught.message, pe.message) == 0) {
-        pe.server = true;
-        pe.output_to_server = caught.output_to_server;
-        pe.output_to_client = caught.output_to_client;
-        pe.hide_stmt = caught.hide_stmt;
-        pe.hide_ctx = caught.hide_ctx;
-        pe.filename = caught.filename;
-        pe.lineno = caught.lineno;
-        pe.funcname = caught.funcname;
-        std::memcpy(pe.schema_name, caught.schema_name, sizeof pe.schema_name);
-        std::memcpy(pe.table_name, caught.table_name, sizeof pe.table_name);
-        std::memcpy(pe.column_name, caught.column_name, sizeof pe.column_name);
-        std::memcpy(pe.datatype_name, caught.datatype_name, sizeof pe.datatype_name);
-        std::memcpy(pe.constraint_name, caught.constraint_name, sizeof pe.constraint_name);
-        std::memcpy(pe.internalquery, caught.internalquery, sizeof pe.internalquery);
-        pe.internalpos = caught.internalpos;
-        pe.cursorpos = caught.cursorpos;
-    } else if (e.fromServer()) {
-        pe.server = true;
-    }
+    pe.server = e.fromServer();
 }
 
 void FillPending(PendingError &pe, const char *sqlstate, const char *message) {
