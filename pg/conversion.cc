@@ -181,9 +181,17 @@ bool CopyServerFile(const std::string &from, const std::string &to) {
     bool existed = stat(to.c_str(), &sout) == 0;
     // The same file: nothing to copy (truncating it would lose it).
     if (existed && sout.st_dev == sin.st_dev && sout.st_ino == sin.st_ino) return true;
+    // Only into a regular file: a FIFO or a device is refused (the
+    // non-blocking open does not wait for a FIFO's reader).
+    if (existed && !S_ISREG(sout.st_mode)) return false;
     Fd out;
-    out.fd = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    out.fd = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0666);
     if (out.fd < 0) return false;
+    if (fstat(out.fd, &sout) != 0 || !S_ISREG(sout.st_mode)) {
+        close(out.fd);
+        out.fd = -1;
+        return false;
+    }
     bool ok = true;
     try {
         char buf[65536];

@@ -68,6 +68,12 @@ for kind in fifo zero dir; do
     check "no client file written for $what" test -z "$(ls -A "$WORK/got")"
 done
 rm -rf "$ext"; printf 'cats and dogs\n' >"$ext"; chmod 644 "$ext"
+# Nor is a FIFO or a device written to as a copy's target.
+mkfifo -m 666 "$DOC_SERVER_DIR/out.fifo"
+out=$(run 20 psql -X -qtA -c "SELECT formatconvert('$ext', '$DOC_SERVER_DIR/out.fifo') IS NULL")
+same "t" "$out" "formatconvert into a FIFO: null at once"
+out=$(run 20 psql -X -qtA -c "SELECT formatconvert('$ext', '/dev/full') IS NULL")
+same "t" "$out" "formatconvert into a device: null"
 # A file that grew past the largest document (sparse: no disk used).
 truncate -s 3G "$ext"
 out=$(run 60 psql -X -qtA -c "SELECT length(GetDocText(d)) FROM docs WHERE id = 3")
