@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -27,14 +28,24 @@ int ReadSource(DocDesc &doc, char *buf, int want) {
         PollInterrupts();
         int n;
         if (doc.doc_flags & kDocUnixFile) {
-            ssize_t r = ::read(doc.doc_fd, buf + got, (size_t)(want - got));
-            if (r < 0 && errno == EINTR) continue;
-            n = (int)r;
-            // A file that grew past the largest document while it is read.
-            if (r > 0 && (doc.doc_filebytes += r) > doc.doc_maxbytes)
-                throw Error::User("server file \"" + doc.doc_name + "\" is longer than the largest document (" +
-                                      std::to_string(doc.doc_maxbytes) + " bytes)",
-                                  "54000");
+            if (doc.doc_ahead_pos == doc.doc_ahead_len) {
+                if (doc.doc_ahead.empty()) doc.doc_ahead.resize(kReadAhead);
+                ssize_t r = ::read(doc.doc_fd, doc.doc_ahead.data(), doc.doc_ahead.size());
+                if (r < 0 && errno == EINTR) continue;
+                if (r < 0) return (int)r;
+                if (r == 0) break;
+                // A file that grew past the largest document while it is read.
+                if ((doc.doc_filebytes += r) > doc.doc_maxbytes)
+                    throw Error::User("server file \"" + doc.doc_name + "\" is longer than the largest document (" +
+                                          std::to_string(doc.doc_maxbytes) + " bytes)",
+                                      "54000");
+                doc.doc_ahead_pos = 0;
+                doc.doc_ahead_len = (size_t)r;
+            }
+            size_t take = std::min((size_t)(want - got), doc.doc_ahead_len - doc.doc_ahead_pos);
+            std::memcpy(buf + got, doc.doc_ahead.data() + doc.doc_ahead_pos, take);
+            doc.doc_ahead_pos += take;
+            n = (int)take;
         } else if (doc.doc_source.read) {
             n = doc.doc_source.read(buf + got, want - got);
         } else {
@@ -94,6 +105,7 @@ int _dt_InitDocDesc(DocDesc &doc, const char *docfilename, DocType doctype, int 
     case UnixDocType: {
         doc.doc_flags = kDocUnixFile;
         doc.doc_filebytes = 0;
+        doc.doc_ahead_pos = doc.doc_ahead_len = 0;
         doc.doc_name = docfilename ? docfilename : "";
         // Directories, pipes and devices are no documents.
         long long size = 0;
@@ -150,6 +162,11 @@ int _dt_GetDocBuffer(DocDesc &doc) {
         doc.doc_buf[keep] = '\0';
         want = kDocBufSize - keep;
     }
+    // The last white space of the kept bytes after the first (0: none);
+    // they stay the same while new data is read behind them.
+    int lastKept = keep - 1;
+    while (lastKept > 0 && !IsSpaceChar((unsigned char)doc.doc_buf[lastKept])) lastKept--;
+    if (lastKept < 0) lastKept = 0;
     for (;;) {
         int got = ReadSource(doc, doc.doc_buf + keep, want);
         doc.doc_windex = 0;
@@ -164,8 +181,12 @@ int _dt_GetDocBuffer(DocDesc &doc) {
             return 0;
         }
         doc.doc_buf[keep + got] = '\0';
+        // The last white space after the first byte: in the new data, else
+        // in the kept bytes.
+        int low = keep > 1 ? keep : 1;
         int i = keep + got - 1;
-        while (i > 0 && !IsSpaceChar((unsigned char)doc.doc_buf[i])) i--;
+        while (i >= low && !IsSpaceChar((unsigned char)doc.doc_buf[i])) i--;
+        if (i < low) i = lastKept;
         if (i == 0) {
             // No white space after the first byte: this buffer's data is
             // dropped and the same place is read again.

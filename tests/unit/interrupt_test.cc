@@ -192,3 +192,23 @@ TEST(ServerFileScan, OnlyRegularFilesOpen) {
     unlink(fifo.c_str());
     unlink(link.c_str());
 }
+
+TEST(ServerFileScan, LongRunsWithoutWhiteSpaceReadFast) {
+    // Text, 30 MB of NUL bytes (no white space: dropped a few bytes at a
+    // time behind the kept ones), then text again.
+    std::string bytes = "cats and dogs\n";
+    bytes.append(30u << 20, '\0');
+    bytes += " zebra mango \n";
+    textlex::TempFile f(bytes);
+    StemHooks none;
+    auto start = std::chrono::steady_clock::now();
+    DocDescPtr d = _dt_PrepareUnixDoc(f.path.c_str(), none);
+    double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::vector<std::string> terms;
+    RewindTerms(d->doc_wordhashtab);
+    while (DtWordHash *e = _dt_NextTerm(d->doc_wordhashtab)) terms.push_back(e->hashw_word);
+    std::sort(terms.begin(), terms.end());
+    EXPECT_EQ(terms, (std::vector<std::string>{"and", "cats", "dogs"}));
+    // A sanity bound only: this took seconds per 10 MB before.
+    EXPECT_LT(secs, 5.0);
+}
