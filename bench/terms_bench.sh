@@ -22,18 +22,7 @@ psql -X -q -v ON_ERROR_STOP=1 -c "CREATE EXTENSION document" \
 q() { psql -X -q -A -t -c "$1"; }
 for n in 200000 1000000; do
     f=$work/words$n.txt
-    python3 -c "
-import sys
-n = int(sys.argv[1])
-def w(i):
-    s = 'q'
-    while True:
-        s += chr(97 + i % 26); i //= 26
-        if not i: return s
-out = sys.stdout
-for i in range(n):
-    out.write(w(i)); out.write('\n' if i % 16 == 15 else ' ')
-out.write('\n')" $n >"$f"
+    python3 tools/distinct_words.py $n >"$f"
     chmod 644 "$f"
     "$DOCSQL" -X -q -c "INSERT INTO docs VALUES ($n, 'stored', 'format(ascii):$f')"
     q "INSERT INTO docs VALUES ($n, 'external', 'format(ascii),ExternalFile:$f')"

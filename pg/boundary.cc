@@ -168,9 +168,16 @@ void RequireArg(FunctionCallInfo fcinfo, int n) {
                           "22004");
 }
 
-struct varlena *VarlenaArg(FunctionCallInfo fcinfo, int n) {
+namespace {
+// The Datum of a by-value argument that must not be null.
+Datum RequiredValue(FunctionCallInfo fcinfo, int n) {
     RequireArg(fcinfo, n);
-    Datum d = fcinfo->args[n].value;
+    return fcinfo->args[n].value;
+}
+}  // namespace
+
+struct varlena *VarlenaArg(FunctionCallInfo fcinfo, int n) {
+    Datum d = RequiredValue(fcinfo, n);
     return ServerCall([&] { return pg_detoast_datum((struct varlena *)DatumGetPointer(d)); });
 }
 
@@ -182,8 +189,7 @@ std::optional<std::string> TextArgOrNull(FunctionCallInfo fcinfo, int n) {
 }
 
 std::string CStringArg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    return std::string(DatumGetCString(fcinfo->args[n].value));
+    return std::string(DatumGetCString(RequiredValue(fcinfo, n)));
 }
 
 std::string ByteaArg(FunctionCallInfo fcinfo, int n) {
@@ -192,8 +198,7 @@ std::string ByteaArg(FunctionCallInfo fcinfo, int n) {
 }
 
 std::vector<std::optional<std::string>> TextArrayArg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    Datum d = fcinfo->args[n].value;
+    Datum d = RequiredValue(fcinfo, n);
     Datum *elems = nullptr;
     bool *nulls = nullptr;
     int count = 0;
@@ -213,40 +218,13 @@ std::vector<std::optional<std::string>> TextArrayArg(FunctionCallInfo fcinfo, in
     return out;
 }
 
-int16 Int16Arg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    return DatumGetInt16(fcinfo->args[n].value);
-}
-
-int32 Int32Arg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    return DatumGetInt32(fcinfo->args[n].value);
-}
-
-int64 Int64Arg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    return DatumGetInt64(fcinfo->args[n].value);
-}
-
-float4 Float4Arg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    return DatumGetFloat4(fcinfo->args[n].value);
-}
-
-float8 Float8Arg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    return DatumGetFloat8(fcinfo->args[n].value);
-}
-
-bool BoolArg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    return DatumGetBool(fcinfo->args[n].value);
-}
-
-Oid OidArg(FunctionCallInfo fcinfo, int n) {
-    RequireArg(fcinfo, n);
-    return DatumGetObjectId(fcinfo->args[n].value);
-}
+int16 Int16Arg(FunctionCallInfo fcinfo, int n) { return DatumGetInt16(RequiredValue(fcinfo, n)); }
+int32 Int32Arg(FunctionCallInfo fcinfo, int n) { return DatumGetInt32(RequiredValue(fcinfo, n)); }
+int64 Int64Arg(FunctionCallInfo fcinfo, int n) { return DatumGetInt64(RequiredValue(fcinfo, n)); }
+float4 Float4Arg(FunctionCallInfo fcinfo, int n) { return DatumGetFloat4(RequiredValue(fcinfo, n)); }
+float8 Float8Arg(FunctionCallInfo fcinfo, int n) { return DatumGetFloat8(RequiredValue(fcinfo, n)); }
+bool BoolArg(FunctionCallInfo fcinfo, int n) { return DatumGetBool(RequiredValue(fcinfo, n)); }
+Oid OidArg(FunctionCallInfo fcinfo, int n) { return DatumGetObjectId(RequiredValue(fcinfo, n)); }
 
 Datum DatumArg(FunctionCallInfo fcinfo, int n) { return ArgIsNull(fcinfo, n) ? (Datum)0 : fcinfo->args[n].value; }
 

@@ -11,20 +11,7 @@
 #    pg_terminate_backend stop the same scan.
 source "$(dirname "$0")/channel_common.bash"
 setup_server
-words() {  # words N FIRST: N distinct letter-only words
-    python3 -c "
-import sys
-n, first = int(sys.argv[1]), int(sys.argv[2])
-def w(i):
-    s = 'q'
-    while True:
-        s += chr(97 + i % 26); i //= 26
-        if not i: return s
-out = sys.stdout
-for i in range(first, first + n):
-    out.write(w(i)); out.write('\n' if i % 16 == 15 else ' ')
-out.write('\n')" "$1" "$2"
-}
+words() { python3 "$(dirname "$0")/../../tools/distinct_words.py" "$@"; }
 big=$WORK/big.txt
 { words 200000 0; for _ in $(seq 30); do printf 'zebra mango '; done; printf 'zebra%.0s ' $(seq 10); echo; } >"$big"
 cp "$big" "$DOC_SERVER_DIR/big.txt"; chmod 644 "$DOC_SERVER_DIR/big.txt"
@@ -86,31 +73,25 @@ has "elapsed true" "$out" "the cancel came within 10 s of the start"
 has "same session true" "$out" "the session survived the cancel"
 has "after dog:2 cat:1 |mouse" "$out" "the term functions and WordNet work after the cancel"
 same "$started" "$(psql -X -qtA -c "SELECT pg_postmaster_start_time()")" "the server did not restart"
-# The same through a cancel request (pg_cancel_backend) from another session.
-psql -X -qtA -c "SELECT length(IndexTerms(d)) FROM docs WHERE id = 3" >"$WORK/cancel.out" 2>&1 &
-bg=$!
-for _ in $(seq 50); do
-    pid=$(psql -X -qtA -c "SELECT pid FROM pg_stat_activity WHERE query LIKE 'SELECT length(IndexTerms%' AND state = 'active'")
-    [ -n "$pid" ] && break
-    sleep 0.1
-done
-sleep 0.3
-psql -X -qtA -c "SELECT pg_cancel_backend($pid)" >/dev/null
-wait $bg
-has "canceling statement due to user request" "$(cat "$WORK/cancel.out")" "IndexTerms of 1,500,000 words stopped by pg_cancel_backend"
-# And pg_terminate_backend ends the session in the middle of the scan.
-psql -X -qtA -c "SELECT length(IndexTerms(d)) FROM docs WHERE id = 3" >"$WORK/term.out" 2>&1 &
-bg=$!
-for _ in $(seq 50); do
-    pid=$(psql -X -qtA -c "SELECT pid FROM pg_stat_activity WHERE query LIKE 'SELECT length(IndexTerms%' AND state = 'active'")
-    [ -n "$pid" ] && break
-    sleep 0.1
-done
-sleep 0.3
+# stop_scan HOW: starts IndexTerms of the 1,500,000-word document in a
+# session of its own, calls HOW (pg_cancel_backend or pg_terminate_backend)
+# on it once it runs, and prints that session's output.
+stop_scan() {
+    psql -X -qtA -c "SELECT length(IndexTerms(d)) FROM docs WHERE id = 3" >"$WORK/stop.out" 2>&1 &
+    local bg=$! pid=
+    for _ in $(seq 50); do
+        pid=$(psql -X -qtA -c "SELECT pid FROM pg_stat_activity WHERE query LIKE 'SELECT length(IndexTerms%' AND state = 'active'")
+        [ -n "$pid" ] && break
+        sleep 0.1
+    done
+    sleep 0.3
+    psql -X -qtA -c "SELECT $1($pid)" >/dev/null
+    wait $bg
+    cat "$WORK/stop.out"
+}
+has "canceling statement due to user request" "$(stop_scan pg_cancel_backend)" "IndexTerms of 1,500,000 words stopped by pg_cancel_backend"
 t0=$(date +%s)
-psql -X -qtA -c "SELECT pg_terminate_backend($pid, 10000)" >/dev/null
-wait $bg
-has "terminating connection due to administrator command" "$(cat "$WORK/term.out")" "IndexTerms of 1,500,000 words ended by pg_terminate_backend"
+has "terminating connection due to administrator command" "$(stop_scan pg_terminate_backend)" "IndexTerms of 1,500,000 words ended by pg_terminate_backend"
 check "the backend was gone within 10 s" test "$(( $(date +%s) - t0 ))" -lt 10
 same "$started" "$(psql -X -qtA -c "SELECT pg_postmaster_start_time()")" "the server did not restart after the termination"
 finish
