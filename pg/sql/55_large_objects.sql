@@ -4,7 +4,7 @@
 -- module's triggers write here.
 CREATE TABLE dt_large_objects (
     loid oid PRIMARY KEY,
-    relid oid NOT NULL,
+    relid regclass NOT NULL,
     attnum int2 NOT NULL
 );
 CREATE INDEX dt_large_objects_relid ON dt_large_objects (relid, attnum);
