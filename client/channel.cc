@@ -71,6 +71,8 @@ void PushBegin(Channel &ch, const std::string &target, long long size) {
     p.expected = size;
     Trace(ch, "push begin " + target + " (" + std::to_string(size) + " bytes)");
     if (target.empty() || target.back() == '/') return RefusePush(ch, "not a file name");
+    std::string why;
+    if (!MayServe(ch.trust, target, true, why)) return RefusePush(ch, why);
     struct stat st;
     mode_t mode;
     if (stat(target.c_str(), &st) == 0) {
@@ -191,6 +193,11 @@ void ServeCopyIn(Channel &ch) {
         Trace(ch, "pull refused: " + text);
         PQputCopyEnd(conn, text.c_str());
     };
+    std::string why;
+    if (!MayServe(ch.trust, name, false, why)) {
+        Fail(ch, "refused to send client file \"" + name + "\": " + why);
+        return refuse(dt::channel::kRefuseNotNamed, why);
+    }
     int fd = open(name.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return refuse(dt::channel::kRefuseOpen, std::strerror(errno));
     struct stat st;

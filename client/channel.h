@@ -18,6 +18,7 @@
 #include <string>
 
 #include "progress.h"
+#include "trust.h"
 
 namespace docsql {
 
@@ -41,6 +42,7 @@ struct Channel {
     long long pendingPullLimit = -1;  // most bytes the server takes (-1: not given)
     PushState push;
     std::string error;         // a client-side failure of this statement
+    Trust trust;               // which client files may be served
 };
 
 // Set by the SIGINT handler: the user wants the statement stopped.

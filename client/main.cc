@@ -179,6 +179,7 @@ bool Run(PGconn *conn, const std::string &sql, const Options &o) {
     po.fieldSeparator = o.fieldSeparator;
     g_interrupted = 0;
     g_channel.error.clear();
+    g_channel.trust.statement = sql;
     g_running = 1;
     bool ok = true;
     bool copiedOut = false;  // like psql: no "COPY n" after data sent to standard output
@@ -294,6 +295,8 @@ int main(int argc, char **argv) {
     g_channel.conn = conn;
     g_channel.cancel = PQgetCancel(conn);
     g_channel.trace = o.traceChannel;
+    g_channel.trust.trustServer = o.trustServer;
+    g_channel.trust.allowDirs = o.allowDirs;
     g_channel.progressAllowed = !o.noProgress;
     PQsetNoticeReceiver(conn, NoticeReceiver, &g_channel);
 

@@ -17,7 +17,7 @@ const Spec kSpecs[] = {
     {'F', "field-separator", true}, {'e', "echo-queries", false}, {'X', "no-psqlrc", false},
     {'w', "no-password", false}, {'W', "password", false},     {'?', "help", false},
     {'V', "version", false},     {0, "trace-channel", false},  {0, "no-progress", false}, {0, "extended-protocol", false},
-    {0, "continue-on-error", false},
+    {0, "continue-on-error", false}, {0, "allow-dir", true}, {0, "trust-server", false},
 };
 
 const Spec *FindShort(char c) {
@@ -53,6 +53,8 @@ void Apply(const Spec &s, const std::string &value, Options &o) {
     else if (name == "no-progress") o.noProgress = true;
     else if (name == "extended-protocol") o.extended = true;
     else if (name == "continue-on-error") o.continueOnError = true;
+    else if (name == "allow-dir") o.allowDirs.push_back(value);
+    else if (name == "trust-server") o.trustServer = true;
     // no-psqlrc: accepted for habit's sake; docsql reads no start-up file.
 }
 
@@ -157,10 +159,16 @@ std::string UsageText() {
            "      --no-progress        never show a progress bar\n"
            "      --extended-protocol  send statements with the extended query protocol\n"
            "      --continue-on-error  run the remaining statements after an error\n"
+           "      --allow-dir=DIR      also serve client files under DIR (may be given more\n"
+           "                           than once)\n"
+           "      --trust-server       serve every client file the server names\n"
            "  -V, --version            print the version and exit\n"
            "  -?, --help               print this help and exit\n"
            "\n"
            "docsql stops at the first error unless --continue-on-error is given.\n"
+           "It reads and writes only client files that the statement text names (or that\n"
+           "lie under a directory the text names as a literal ending in \"/\", or under an\n"
+           "--allow-dir directory); it refuses every other file the server asks for.\n"
            "Exit status: 0 success, 1 bad usage or unreadable script, 2 no connection,\n"
            "3 a statement failed.\n";
 }

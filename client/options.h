@@ -26,6 +26,8 @@ struct Options {
     bool extended = false;                  // --extended-protocol: send each statement with Parse/Bind/Execute
     bool forcePassword = false;             // -W
     bool neverPassword = false;             // -w
+    bool trustServer = false;               // --trust-server: serve any file the server names
+    std::vector<std::string> allowDirs;     // --allow-dir: serve files under these directories
     bool help = false, version = false;
 };
 

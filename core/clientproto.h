@@ -38,6 +38,7 @@ constexpr const char *kRefuseOpen = "open";         // could not open the file
 constexpr const char *kRefuseRead = "read";         // a read failed part way
 constexpr const char *kRefuseInterrupt = "interrupt";  // the user interrupted
 constexpr const char *kRefuseLimit = "limit";       // the file is longer than the pull's limit
+constexpr const char *kRefuseNotNamed = "not named";  // the user did not name the file
 
 bool IsChannelCode(const char *sqlstate);
 

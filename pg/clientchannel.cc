@@ -200,6 +200,13 @@ void ReceiveInto(int fd, const std::string &filename, const std::string &outfile
                 std::string reason(msg->data, strnlen(msg->data, (size_t)msg->len));
                 std::string word = reason.substr(0, reason.find(':'));
                 if (word == dt::channel::kRefuseLimit) RaisePullLimit(limit, filename);
+                if (word == dt::channel::kRefuseNotNamed)
+                    throw dt::Error::User("the client refused to send client file \"" + filename +
+                                              "\": the statement does not name it",
+                                          "42501",
+                                          "docsql sends only files named in the statement text, files under a "
+                                          "directory the text names, or files under its --allow-dir "
+                                          "directories; --trust-server sends any.");
                 if (word == dt::channel::kRefuseInterrupt)
                     throw dt::Error::User("canceling statement due to user request", "57014",
                                           "The client interrupted the transfer of client file \"" + filename +

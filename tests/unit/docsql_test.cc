@@ -10,6 +10,13 @@
 #include "printer.h"
 #include "progress.h"
 #include "splitter.h"
+#include "trust.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
 
 using namespace docsql;
 
@@ -188,4 +195,80 @@ TEST(Channel, NoticeCodes) {
 TEST(Progress, Line) {
     EXPECT_EQ(ProgressLine("f", 512 * 1024, 1024 * 1024, 10), "f [#####     ]  50% 0.5/1.0 MB");
     EXPECT_EQ(ProgressLine("f", 2, 1, 4), "f [####] 100% 0.0/0.0 MB");
+}
+
+// ---- which client files docsql serves -----------------------------------
+
+
+namespace {
+struct TrustDir {
+    std::string root;
+    TrustDir() {
+        char tmpl[] = "/tmp/docsqltrust.XXXXXX";
+        root = mkdtemp(tmpl);
+        mkdir((root + "/data").c_str(), 0755);
+        mkdir((root + "/other").c_str(), 0755);
+        for (const char *f : {"/data/1.txt", "/other/secret", "/data/x.txt"}) {
+            FILE *fp = fopen((root + f).c_str(), "w");
+            fputs("x", fp);
+            fclose(fp);
+        }
+        symlink((root + "/other").c_str(), (root + "/data/out").c_str());
+        symlink((root + "/other/secret").c_str(), (root + "/data/link.txt").c_str());
+    }
+    ~TrustDir() { std::system(("rm -rf " + root).c_str()); }
+};
+bool Serves(const docsql::Trust &t, const std::string &path, bool write = false) {
+    std::string why;
+    return docsql::MayServe(t, path, write, why);
+}
+}  // namespace
+
+TEST(Trust, PathNamedAsAWholeWord) {
+    using docsql::NamedInStatement;
+    EXPECT_TRUE(NamedInStatement("INSERT INTO t VALUES ('format(ascii):/home/u/a.txt')", "/home/u/a.txt"));
+    EXPECT_TRUE(NamedInStatement("SELECT GetDoc(body, '/tmp/o.txt') FROM t", "/tmp/o.txt"));
+    EXPECT_TRUE(NamedInStatement("INSERT INTO t VALUES ('/tmp/it''s.txt')", "/tmp/it's.txt"));
+    EXPECT_FALSE(NamedInStatement("INSERT INTO t VALUES ('/home/u/a.txt')", "/home/u/a.tx"));
+    EXPECT_FALSE(NamedInStatement("INSERT INTO t VALUES ('/home/u/a.txt')", "/u/a.txt"));
+    EXPECT_FALSE(NamedInStatement("SELECT * FROM v", "/home/u/.bashrc"));
+    EXPECT_FALSE(NamedInStatement("SELECT 1", ""));
+}
+
+TEST(Trust, LiteralsNamePrefixes) {
+    auto d = docsql::NamedDirectories("INSERT INTO t SELECT ('format(ascii):/data/' || id || '.txt')::doc FROM ids");
+    ASSERT_EQ(d.size(), 1u);
+    EXPECT_EQ(d[0], "/data/");
+    d = docsql::NamedDirectories("SELECT PutClientFile(p, '/out/doc' || n) FROM x");
+    ASSERT_EQ(d.size(), 1u);
+    EXPECT_EQ(d[0], "/out/doc");
+    EXPECT_TRUE(docsql::NamedDirectories("SELECT '/' || x").empty());
+    EXPECT_TRUE(docsql::NamedDirectories("SELECT 'a/' || x").empty());
+}
+
+TEST(Trust, DirectoryRuleStaysInTheDirectory) {
+    TrustDir td;
+    docsql::Trust t;
+    t.statement = "INSERT INTO t SELECT ('format(ascii):" + td.root + "/data/' || id)::doc FROM ids";
+    EXPECT_TRUE(Serves(t, td.root + "/data/1.txt"));
+    EXPECT_FALSE(Serves(t, td.root + "/data/../other/secret"));
+    EXPECT_FALSE(Serves(t, td.root + "/data/out/secret"));   // a directory link out of it
+    EXPECT_FALSE(Serves(t, td.root + "/data/link.txt"));     // a file link out of it
+    EXPECT_FALSE(Serves(t, td.root + "/other/secret"));
+    EXPECT_TRUE(Serves(t, td.root + "/data/new.txt", true));
+    EXPECT_FALSE(Serves(t, td.root + "/data/out/new.txt", true));
+    EXPECT_FALSE(Serves(t, td.root + "/data/link.txt", true));  // never replaces a link
+}
+
+TEST(Trust, AllowDirAndTrustServer) {
+    TrustDir td;
+    docsql::Trust t;
+    t.statement = "SELECT * FROM v";
+    EXPECT_FALSE(Serves(t, td.root + "/other/secret"));
+    t.allowDirs = {td.root + "/other"};
+    EXPECT_TRUE(Serves(t, td.root + "/other/secret"));
+    EXPECT_FALSE(Serves(t, td.root + "/data/1.txt"));
+    t.allowDirs.clear();
+    t.trustServer = true;
+    EXPECT_TRUE(Serves(t, td.root + "/data/1.txt"));
 }

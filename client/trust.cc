@@ -1,0 +1,147 @@
+#include "trust.h"
+
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace docsql {
+
+namespace {
+
+bool OpensWord(char c) {
+    return c == '\'' || c == '"' || c == ':' || c == '(' || c == ',' || c == '=' || c == ' ' || c == '\t' ||
+           c == '\n' || c == '\r';
+}
+bool ClosesWord(char c) {
+    return c == '\'' || c == '"' || c == ')' || c == ',' || c == ';' || c == ' ' || c == '\t' || c == '\n' ||
+           c == '\r';
+}
+
+bool FindWord(const std::string &text, const std::string &word) {
+    if (word.empty()) return false;
+    for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+        bool startOk = at == 0 || OpensWord(text[at - 1]);
+        size_t end = at + word.size();
+        bool endOk = end == text.size() || ClosesWord(text[end]);
+        // A doubled quote right after the word belongs to the path, not
+        // to the end of the literal.
+        if (endOk && end + 1 < text.size() && text[end] == '\'' && text[end + 1] == '\'') endOk = false;
+        if (startOk && endOk) return true;
+    }
+    return false;
+}
+
+std::string DoubleQuotes(const std::string &s) {
+    std::string out;
+    for (char c : s) {
+        out += c;
+        if (c == '\'') out += '\'';
+    }
+    return out;
+}
+
+// The real path of p (symbolic links followed), or "" when it cannot be
+// resolved.
+std::string Real(const std::string &p) {
+    char buf[PATH_MAX];
+    if (!realpath(p.c_str(), buf)) return "";
+    return buf;
+}
+
+std::string DirOf(const std::string &path) {
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    if (slash == 0) return "/";
+    return path.substr(0, slash);
+}
+
+bool HasDotDot(const std::string &rest) {
+    size_t start = 0;
+    while (start <= rest.size()) {
+        size_t slash = rest.find('/', start);
+        std::string part = rest.substr(start, slash == std::string::npos ? std::string::npos : slash - start);
+        if (part == "..") return true;
+        if (slash == std::string::npos) break;
+        start = slash + 1;
+    }
+    return false;
+}
+
+bool Under(const std::string &real, const std::string &realdir) {
+    if (realdir == "/") return !real.empty() && real[0] == '/';
+    return real == realdir || (real.size() > realdir.size() && real.compare(0, realdir.size(), realdir) == 0 &&
+                               real[realdir.size()] == '/');
+}
+
+// Whether path begins with prefix (a directory ending in "/", or the start
+// of a file name in a directory) and, after resolving links, lies in the
+// prefix's directory.
+bool UnderPrefix(const std::string &path, const std::string &prefix, bool forWrite) {
+    if (prefix.empty()) return false;
+    if (path.size() <= prefix.size() || path.compare(0, prefix.size(), prefix) != 0) return false;
+    if (HasDotDot(path.substr(prefix.size()))) return false;
+    std::string dir = prefix.back() == '/' ? prefix : DirOf(prefix);
+    std::string realdir = Real(dir);
+    if (realdir.empty()) return false;
+    std::string real = forWrite ? Real(DirOf(path)) : Real(path);
+    return !real.empty() && Under(real, realdir);
+}
+
+}  // namespace
+
+std::vector<std::string> NamedDirectories(const std::string &s) {
+    std::vector<std::string> prefixes;
+    for (size_t i = 1; i < s.size(); i++) {
+        if (s[i] != '\'') continue;
+        if (i + 1 < s.size() && s[i + 1] == '\'') {  // a doubled quote inside a literal
+            i++;
+            continue;
+        }
+        size_t k = i + 1;
+        while (k < s.size() && (s[k] == ' ' || s[k] == '\t' || s[k] == '\n' || s[k] == '\r')) k++;
+        bool concatenated = k + 1 < s.size() && s[k] == '|' && s[k + 1] == '|';
+        if (s[i - 1] != '/' && !concatenated) continue;
+        size_t start = i;
+        while (start > 0 && !OpensWord(s[start - 1])) start--;
+        std::string prefix = s.substr(start, i - start);
+        // The root alone names no directory: it would allow every file.
+        if (prefix.size() > 1 && prefix[0] == '/') prefixes.push_back(prefix);
+    }
+    return prefixes;
+}
+
+bool NamedInStatement(const std::string &statement, const std::string &path) {
+    if (FindWord(statement, path)) return true;
+    std::string doubled = DoubleQuotes(path);
+    return doubled != path && FindWord(statement, doubled);
+}
+
+bool MayServe(const Trust &t, const std::string &path, bool forWrite, std::string &why) {
+    if (t.trustServer) return true;
+    if (path.empty() || path.find('\0') != std::string::npos) {
+        why = "not a file name";
+        return false;
+    }
+    if (forWrite) {
+        struct stat st;
+        if (lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+            why = "it is a symbolic link, which docsql never replaces or follows when writing";
+            return false;
+        }
+    }
+    if (NamedInStatement(t.statement, path)) return true;
+    for (const std::string &p : NamedDirectories(t.statement))
+        if (UnderPrefix(path, p, forWrite)) return true;
+    for (std::string d : t.allowDirs) {
+        if (!d.empty() && d.back() != '/') d += '/';
+        if (UnderPrefix(path, d, forWrite)) return true;
+    }
+    why = "the statement does not name it (docsql serves only files named in the statement text, "
+          "under a directory it names, or under an --allow-dir directory; --trust-server serves any)";
+    return false;
+}
+
+}  // namespace docsql

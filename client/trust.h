@@ -1,0 +1,43 @@
+// Which client files docsql serves.
+//
+// The server names the files it pulls and pushes, and a function, view or
+// trigger written by another database user could name any file of the
+// user's machine.  docsql therefore serves a file only when the user named
+// it:
+//  - the path appears in the running statement's text as the user gave it
+//    (-c, -f or standard input) as a whole word: after a quote, a colon,
+//    white space, "(", "," or "=", and before a quote, white space, ")",
+//    "," or ";" (a quote inside the path may be doubled, as SQL writes it);
+//  - or it begins with an absolute path that the statement text gives as
+//    a string literal ending in "/" or followed by "||" (as in
+//    'format(ascii):/data/' || id || '.txt' or '/out/doc' || n), or lies
+//    under a directory the user allowed with --allow-dir; then no ".."
+//    component may follow, and the file (for a push: its directory) must
+//    resolve, symbolic links followed, to a place in that directory;
+//  - or the user gave --trust-server.
+// A push never replaces a symbolic link and never creates directories.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace docsql {
+
+struct Trust {
+    bool trustServer = false;              // --trust-server
+    std::vector<std::string> allowDirs;    // --allow-dir, as given
+    std::string statement;                 // text of the running statement
+};
+
+// Whether `path` may be read (forWrite false) or written for the running
+// statement.  When not, `why` says so in words for the user.
+bool MayServe(const Trust &t, const std::string &path, bool forWrite, std::string &why);
+
+// The path prefixes the statement text names: literals that begin with
+// "/" and end in "/" or are followed by "||".
+std::vector<std::string> NamedDirectories(const std::string &statement);
+
+// Whether `path` appears in the statement text as a whole word.
+bool NamedInStatement(const std::string &statement, const std::string &path);
+
+}  // namespace docsql
