@@ -113,6 +113,24 @@ std::vector<std::string> NamedDirectories(const std::string &s) {
     return prefixes;
 }
 
+std::vector<std::string> LiteralDirectories(const std::string &s) {
+    std::vector<std::string> dirs;
+    for (size_t i = 1; i < s.size(); i++) {
+        if (s[i] != '\'') continue;
+        if (i + 1 < s.size() && s[i + 1] == '\'') {
+            i++;
+            continue;
+        }
+        size_t start = i;
+        while (start > 0 && !OpensWord(s[start - 1])) start--;
+        std::string word = s.substr(start, i - start);
+        if (word.size() < 2 || word[0] != '/') continue;
+        struct stat st;
+        if (stat(word.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) dirs.push_back(word.back() == '/' ? word : word + "/");
+    }
+    return dirs;
+}
+
 bool NamedInStatement(const std::string &statement, const std::string &path) {
     if (FindWord(statement, path)) return true;
     std::string doubled = DoubleQuotes(path);
@@ -135,6 +153,8 @@ bool MayServe(const Trust &t, const std::string &path, bool forWrite, std::strin
     if (NamedInStatement(t.statement, path)) return true;
     for (const std::string &p : NamedDirectories(t.statement))
         if (UnderPrefix(path, p, forWrite)) return true;
+    for (const std::string &d : LiteralDirectories(t.statement))
+        if (UnderPrefix(path, d, forWrite)) return true;
     for (std::string d : t.allowDirs) {
         if (!d.empty() && d.back() != '/') d += '/';
         if (UnderPrefix(path, d, forWrite)) return true;

@@ -11,7 +11,9 @@
 //  - or it begins with an absolute path that the statement text gives as
 //    a string literal ending in "/" or followed by "||" (as in
 //    'format(ascii):/data/' || id || '.txt' or '/out/doc' || n), or lies
-//    under a directory the user allowed with --allow-dir; then no ".."
+//    in a directory of the client that a literal names by its absolute path
+//    (as in GetDoc(body, '/home/me/out')), or under a directory the user
+//    allowed with --allow-dir; then no ".."
 //    component may follow, and the file (for a push: its directory) must
 //    resolve, symbolic links followed, to a place in that directory;
 //  - or the user gave --trust-server.
@@ -36,6 +38,10 @@ bool MayServe(const Trust &t, const std::string &path, bool forWrite, std::strin
 // The path prefixes the statement text names: literals that begin with
 // "/" and end in "/" or are followed by "||".
 std::vector<std::string> NamedDirectories(const std::string &statement);
+
+// The literals of the statement text that name existing directories of
+// the client by absolute path (each with a trailing "/").
+std::vector<std::string> LiteralDirectories(const std::string &statement);
 
 // Whether `path` appears in the statement text as a whole word.
 bool NamedInStatement(const std::string &statement, const std::string &path);

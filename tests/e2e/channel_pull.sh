@@ -1,6 +1,10 @@
 # The server reads client files through docsql: sizes, every byte value,
 # pulls inside data-changing statements, refusals, and nothing left behind.
 source "$(dirname "$0")/channel_common.bash"
+# Client paths here also come from table data (paths stored in rows, names
+# a dump or export wrote), which docsql serves only under a directory the
+# user allows; the rules themselves are tested in channel_trust.sh.
+q() { "$DOCSQL" -X -qtA --allow-dir "$WORK" "$@"; }
 setup_server
 
 : >"$WORK/empty"
@@ -51,7 +55,7 @@ same "2007" "$(q -c "SELECT size FROM ctas")" "CREATE TABLE ... AS pulls"
 check "a pull inside a DO block" q -c "DO \$\$ BEGIN PERFORM dt_ClientFileInfo('$WORK/row1'); END \$\$"
 
 # The extended query protocol: the client's Sync messages are taken in stride.
-q --extended-protocol -c "INSERT INTO copies SELECT 10 + id, i.* FROM files, dt_ClientFileInfo(path) i" \
+q --extended-protocol --allow-dir "$WORK" -c "INSERT INTO copies SELECT 10 + id, i.* FROM files, dt_ClientFileInfo(path) i" \
     -c "INSERT INTO copies SELECT 20, * FROM dt_ClientFileInfo('$WORK/m5')"
 same "4|$(md5of "$WORK/m5")" "$(q --extended-protocol -c "SELECT count(*) FILTER (WHERE id > 10) || '|' || max(md5) FILTER (WHERE id = 20) FROM copies")" \
     "pulls under the extended protocol, then the session goes on"

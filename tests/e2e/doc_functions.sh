@@ -2,6 +2,10 @@
 # server, export and import, conversion to the client, the term functions
 # on every storage kind, commands, and what an ordinary role may not do.
 source "$(dirname "$0")/channel_common.bash"
+# Client paths here also come from table data (paths stored in rows, names
+# a dump or export wrote), which docsql serves only under a directory the
+# user allows; the rules themselves are tested in channel_trust.sh.
+q() { "$DOCSQL" -X -qtA --allow-dir "$WORK" "$@"; }
 setup_server
 q -c "CREATE TABLE docs(id int PRIMARY KEY, d doc)"
 q -c "CREATE TRIGGER docs_lo AFTER INSERT OR UPDATE OR DELETE ON docs FOR EACH ROW EXECUTE FUNCTION dt_ManageLargeObjects()"

@@ -272,3 +272,14 @@ TEST(Trust, AllowDirAndTrustServer) {
     t.trustServer = true;
     EXPECT_TRUE(Serves(t, td.root + "/data/1.txt"));
 }
+
+TEST(Trust, LiteralNamingAnExistingDirectory) {
+    TrustDir td;
+    docsql::Trust t;
+    t.statement = "SELECT GetDoc(body, '" + td.root + "/data') FROM t";
+    EXPECT_TRUE(Serves(t, td.root + "/data/new.txt", true));
+    EXPECT_FALSE(Serves(t, td.root + "/other/new.txt", true));
+    EXPECT_FALSE(Serves(t, td.root + "/data/out/new.txt", true));
+    t.statement = "SELECT GetDoc(body, '" + td.root + "/nosuchdir') FROM t";
+    EXPECT_FALSE(Serves(t, td.root + "/nosuchdir/new.txt", true));
+}
