@@ -5,8 +5,10 @@
 #
 # Installs the build (under the install lock), then runs
 # tests/e2e/crash_insert.sh with CYCLES kills at random moments of a
-# loading script, and tests/e2e/concurrent_insert.sh with 8 sessions of
-# ROUNDS rounds each, every one against its own private server.  Results
+# loading script, tests/e2e/concurrent_insert.sh with 8 sessions of
+# ROUNDS rounds each, and tests/e2e/dtree_crash.sh with CYCLES crashes of
+# sessions writing through a dtree index, every one against its own
+# private server.  Results
 # are appended to bench/results/soak.txt.
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -25,14 +27,17 @@ flock /tmp/document-install.lock bash -c "
     m=\$(date +%s)
     DOC_BUILD='$BUILD' WORKERS=8 ROUNDS=$rounds tools/pgserver.sh bash tests/e2e/concurrent_insert.sh >'$log.conc' 2>&1; k=\$?
     e=\$(date +%s)
-    echo \"crash: \$c \$((m - s)) s; concurrency: \$k \$((e - m)) s\" >'$log'
-    [ \$c = 0 ] && [ \$k = 0 ]" || rc=1
+    DOC_BUILD='$BUILD' DTREE_CRASH_CYCLES=$cycles tools/pgserver.sh bash tests/e2e/dtree_crash.sh >'$log.dtree' 2>&1; x=\$?
+    f=\$(date +%s)
+    echo \"crash: \$c \$((m - s)) s; concurrency: \$k \$((e - m)) s; dtree crash: \$x \$((f - e)) s\" >'$log'
+    [ \$c = 0 ] && [ \$k = 0 ] && [ \$x = 0 ]" || rc=1
 {
     echo "== $(date -u +%Y-%m-%dT%H:%MZ) soak: $cycles crash cycles, 8 sessions x $rounds rounds ($(git rev-parse --short HEAD))"
     cat "$log"
     grep -E '^FAIL|checks,' "$log.crash" | sed 's/^/crash: /'
     grep -E 'cycle .*acknowledged' "$log.crash" | sed 's/^/crash: /'
     grep -E '^FAIL|checks,|sessions done|rows:|refused' "$log.conc" | sed 's/^/concurrency: /'
+    grep -E '^FAIL|checks,' "$log.dtree" | sed 's/^/dtree crash: /'
 } | tee -a "$out"
-rm -f "$log" "$log.crash" "$log.conc"
+rm -f "$log" "$log.crash" "$log.conc" "$log.dtree"
 exit $rc

@@ -11,24 +11,8 @@ source "$(dirname "$0")/channel_common.bash"
 setup_server
 N=${DTREE_TEST_DOCS:-6000}
 
-mkdir -p "$WORK/g"
-python3 - "$WORK/g" "$N" <<'PY'
-import sys
-d, n = sys.argv[1], int(sys.argv[2])
-i = 0
-for line in open("/usr/share/wordnet/data.noun", encoding="latin-1"):
-    if line.startswith(" ") or " | " not in line:
-        continue
-    t = line.rstrip("\n").split(" | ", 1)[1].strip()
-    if not t:
-        continue
-    i += 1
-    with open(f"{d}/{i}.txt", "w") as f:
-        f.write(t + "\n")
-    if i == n:
-        break
-PY
-chmod -R a+rX "$WORK/g"
+source "$(dirname "$0")/dtree_common.bash"
+write_glosses "$WORK/g" "$N"
 q -c "CREATE TABLE g (id int, body doc)" -c "CREATE TABLE gi (id int, body doc)" \
   -c "CREATE INDEX gi_idx ON gi USING dtree (body)" >/dev/null
 q -c "INSERT INTO g SELECT i, ('format(ascii):$WORK/g/' || i || '.txt')::doc FROM generate_series(1, $N) i" >/dev/null
@@ -40,34 +24,6 @@ q -c "INSERT INTO gi SELECT * FROM g ORDER BY id" >/dev/null
 q -c "CREATE INDEX g_idx ON g USING dtree (body)" >/dev/null
 q -c "SET maintenance_work_mem = '1MB'" -c "CREATE INDEX g_small ON g USING dtree (body)" >/dev/null
 
-# expected TABLE: (term, row, count) from IndexTerms of every row.
-expected() {
-    echo "SELECT m[1] AS term, t.ctid AS row_id, m[2]::int AS count
-            FROM $1 t, regexp_matches(IndexTerms(t.body), '(\S+):(\d+) ', 'g') m WHERE t.body IS NOT NULL"
-}
-# compare TABLE INDEX WHAT
-compare() {
-    local diff
-    diff=$(q -c "SELECT count(*) FROM (
-        (SELECT term, row_id, count FROM dt_IndexEntries('$2') WHERE term <> '' EXCEPT ALL $(expected $1))
-        UNION ALL
-        ($(expected $1) EXCEPT ALL SELECT term, row_id, count FROM dt_IndexEntries('$2') WHERE term <> '')) d")
-    same 0 "$diff" "$3: postings of $2 equal IndexTerms of every row of $1"
-    same "t" "$(q -c "SELECT dt_CheckIndex('$2')")" "$3: dt_CheckIndex('$2')"
-    local docs
-    docs=$(q -c "SELECT count(*) FROM (
-        (SELECT row_id, wordcnt FROM dt_IndexEntries('$2') WHERE term = '' EXCEPT ALL
-         SELECT ctid, DocWordCnt(body) FROM $1 WHERE body IS NOT NULL)
-        UNION ALL
-        (SELECT ctid, DocWordCnt(body)::bigint FROM $1 WHERE body IS NOT NULL EXCEPT ALL
-         SELECT row_id, wordcnt FROM dt_IndexEntries('$2') WHERE term = '')) d")
-    same 0 "$docs" "$3: the document list of $2 holds every row of $1 with its DocWordCnt"
-    same "$(q -c "SELECT 'terms=' || coalesce(sum(m[2]::int), 0) FROM $1 t, regexp_matches(IndexTerms(t.body), '(\S+):(\d+) ', 'g') m"), docs=$(q -c "SELECT count(body) FROM $1")" \
-        "$(q -c "SELECT ReadMetaTerms('$2')")" "$3: counters of $2"
-    local wc
-    wc=$(q -c "SELECT count(*) FROM dt_IndexEntries('$2') e JOIN $1 t ON t.ctid = e.row_id WHERE e.term <> '' AND e.wordcnt <> DocWordCnt(t.body)")
-    same 0 "$wc" "$3: every posting of $2 carries its document's word count"
-}
 compare g g_idx "build"
 compare g g_small "build through the external sort"
 compare gi gi_idx "inserts"
