@@ -13,6 +13,7 @@
 extern "C" {
 #include "access/relation.h"
 #include "access/table.h"
+#include "access/xlog.h"
 #include "catalog/index.h"
 #include "miscadmin.h"
 #include "utils/acl.h"
@@ -170,7 +171,9 @@ static void DtCheckIndexC(Oid relid) {
     if (pg_class_aclcheck(heapid, GetUserId(), ACL_SELECT) != ACLCHECK_OK)
         aclcheck_error(ACLCHECK_NO_PRIV, get_relkind_objtype(get_rel_relkind(heapid)), get_rel_name(heapid));
     st.heap = table_open(heapid, AccessShareLock);
-    DtLockWriters(st.index);
+    // A standby has no writers but the replay, which takes no such lock.
+    bool locked = !RecoveryInProgress();
+    if (locked) DtLockWriters(st.index);
     st.nblocks = RelationGetNumberOfBlocks(st.index);
     st.heapblocks = RelationGetNumberOfBlocks(st.heap);
     st.seen = (bool *) palloc0(Max(st.nblocks, 1));
@@ -283,7 +286,7 @@ static void DtCheckIndexC(Oid relid) {
         UnlockReleaseBuffer(b);
         if (!ok) DtFail(&st, "block %u is in use but not reachable", blk);
     }
-    DtUnlockWriters(st.index);
+    if (locked) DtUnlockWriters(st.index);
     table_close(st.heap, AccessShareLock);
     relation_close(st.index, AccessShareLock);
 }
