@@ -132,7 +132,8 @@ static void DtCheckEntry(DtCheck *st, BlockNumber leafblk, const DtItemHeader *i
         DtReserve(st, h->npostings);
         if (dt::DecodePostings(DtPostingPageData(img), h->nbytes, 0, st->arr, h->npostings) != h->nbytes)
             DtFail(st, "%s: posting page %u does not decode", where, blk);
-        if (h->npostings && h->firsttid != st->arr[0].tid) DtFail(st, "%s: posting page %u has a wrong first row", where, blk);
+        if (h->npostings && (h->firsttid != st->arr[0].tid || h->lasttid != st->arr[h->npostings - 1].tid))
+            DtFail(st, "%s: posting page %u has a wrong first or last row", where, blk);
         prev = DtCheckPostings(st, st->arr, h->npostings, prev, doclist, where);
         total += h->npostings;
         last = blk;

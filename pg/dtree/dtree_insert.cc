@@ -73,6 +73,7 @@ static void DtFillPostingPage(Page page, const dt::Posting *p, uint32 n, BlockNu
     size_t nb = n ? dt::EncodePostings(p, n, 0, DtPostingPageData(page), DT_POSTING_CAPACITY) : 0;
     if (nb == SIZE_MAX) elog(ERROR, "dtree: postings do not fit on a posting page");
     h->firsttid = n ? p[0].tid : 0;
+    h->lasttid = n ? p[n - 1].tid : 0;
     h->npostings = n;
     h->nbytes = (uint32) nb;
     ((PageHeader) page)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(page) + nb - (char *) page);
@@ -158,7 +159,7 @@ static void DtAddDownlink(Relation index, Page parent, BlockNumber leftchild, co
 // Splits the tree page at path[level] (its parent path[level - 1] has room
 // for a downlink, or it is the root) as one record.
 static void DtSplitTreePage(Relation index, const BlockNumber *path, int level) {
-    Page meta = DtPageImage(), left = DtPageImage(), right = DtPageImage(), top = DtPageImage();
+    Page meta = DtScratchPage(0), left = DtScratchPage(2), right = DtScratchPage(3), top = DtScratchPage(4);
     Buffer buf = ReadBuffer(index, path[level]);
     LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
     Page old = BufferGetPage(buf);
@@ -247,6 +248,27 @@ static void DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
     DtCheckPage(index, tpage, target, DT_POSTING);
     DtPostingPageHeader *th = DtPageGetPostingHeader(tpage);
     uint32 n = th->npostings;
+    if (n > 0 && p->tid >= th->lasttid && th->nbytes + dt::PostingSize(*p, th->lasttid) <= DT_POSTING_CAPACITY) {
+        // An append: the new posting's bytes go after the others.
+        Page timg = DtScratchPage(6), meta = DtScratchPage(0);
+        memcpy(timg, tpage, BLCKSZ);
+        DtPostingPageHeader *h = DtPageGetPostingHeader(timg);
+        size_t k = dt::EncodePostings(p, 1, h->lasttid, DtPostingPageData(timg) + h->nbytes,
+                                      DT_POSTING_CAPACITY - h->nbytes);
+        h->nbytes += (uint32) k;
+        h->npostings += 1;
+        h->lasttid = p->tid;
+        ((PageHeader) timg)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(timg) + h->nbytes - (char *) timg);
+        ih->value += 1;
+        Buffer mbuf = DtLockMeta(index, meta);
+        DtMetaDeltas(meta, dterms, ddocs, doclist ? 0 : 1, 0);
+        Buffer bufs[3] = {tbuf, leafbuf, mbuf};
+        Page imgs[3] = {timg, leafimg, meta};
+        DtWritePages(index, 3, bufs, imgs, NULL);
+        UnlockReleaseBuffer(mbuf);
+        UnlockReleaseBuffer(tbuf);
+        return;
+    }
     dt::Posting *arr = (dt::Posting *) palloc(sizeof(dt::Posting) * (n + 1));
     if (n && dt::DecodePostings(DtPostingPageData(tpage), th->nbytes, 0, arr, n) == SIZE_MAX)
         ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
@@ -255,7 +277,7 @@ static void DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
     size_t pos = dt::InsertPosting(arr, n, *p);
     n++;
     BlockNumber oldright = DtPageGetOpaque(tpage)->rightlink;
-    Page timg = DtPageImage(), qimg = DtPageImage(), meta = DtPageImage();
+    Page timg = DtScratchPage(6), qimg = DtScratchPage(7), meta = DtScratchPage(0);
     Buffer bufs[4];
     Page imgs[4];
     bool isnew[4] = {false, false, false, false};
@@ -292,9 +314,6 @@ static void DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
     UnlockReleaseBuffer(tbuf);
     if (nb == 4) UnlockReleaseBuffer(bufs[1]);
     pfree(arr);
-    pfree(timg);
-    pfree(qimg);
-    pfree(meta);
 }
 
 // True if the locked-or-not internal page blk can take one more downlink.
@@ -315,7 +334,7 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
         CHECK_FOR_INTERRUPTS();
         DtMetaExtra x;
         DtReadMetaPage(index, NULL, &x);
-        Page meta = DtPageImage(), img = DtPageImage();
+        Page meta = DtScratchPage(0), img = DtScratchPage(1);
         if (x.root == InvalidBlockNumber) {
             // The first entry makes the root leaf.
             Buffer lbuf = DtNewBuffer(index);
@@ -369,8 +388,6 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
         if (off != InvalidOffsetNumber && DtPageItem(img, off)->kind == kChainEntry) {
             DtChainInsert(index, lbuf, img, off, p, dterms, ddocs, doclist);
             UnlockReleaseBuffer(lbuf);
-            pfree(meta);
-            pfree(img);
             return;
         }
         // The entry's new item.
@@ -398,7 +415,7 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
             if (need > dt::dtree::InlineLimit(keylen, DT_ITEM_SPACE)) {
                 // The list moves to a posting page of its own.
                 cbuf = DtNewBuffer(index);
-                cimg = DtPageImage();
+                cimg = DtScratchPage(5);
                 DtFillPostingPage(cimg, arr, n, InvalidBlockNumber);
                 DtChainRef ref = {BufferGetBlockNumber(cbuf), BufferGetBlockNumber(cbuf)};
                 item = DtMakeItem(kChainEntry, key, keylen, n, &ref, sizeof(ref), &itemsz);
@@ -441,13 +458,11 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
             int j = depth - 1;
             while (j > 0 && !DtHasRoomForDownlink(index, path[j - 1])) j--;
             DtSplitTreePage(index, path, j);
-            pfree(meta);
-            pfree(img);
             continue;
         }
         DtItemList list;
         DtCollectItems(img, newentry ? InvalidOffsetNumber : off, newentry ? insertat : off, item, itemsz, &list);
-        Page left = DtPageImage(), right = DtPageImage(), top = DtPageImage();
+        Page left = DtScratchPage(2), right = DtScratchPage(3), top = DtScratchPage(4);
         Buffer rbuf = DtNewBuffer(index);
         const DtItemHeader *rfirst = DtSplitItems(img, &list, DT_LEAF, left, right, BufferGetBlockNumber(rbuf));
         Buffer tbuf;

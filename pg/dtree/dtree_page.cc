@@ -6,6 +6,7 @@ extern "C" {
 #include "storage/freespace.h"
 #include "storage/indexfsm.h"
 #include "storage/lmgr.h"
+#include "utils/memutils.h"
 #include "utils/snapmgr.h"
 }
 
@@ -157,6 +158,13 @@ void DtReadMetaPage(Relation index, DTMetaPageData *meta, DtMetaExtra *extra) {
 }
 
 Page DtPageImage(void) { return (Page) palloc(BLCKSZ); }
+
+Page DtScratchPage(int i) {
+    static Page scratch[8];
+    Assert(i >= 0 && i < 8);
+    if (!scratch[i]) scratch[i] = (Page) MemoryContextAlloc(TopMemoryContext, BLCKSZ);
+    return scratch[i];
+}
 
 void DtCopyPage(Page dst, Buffer buf) { memcpy(dst, BufferGetPage(buf), BLCKSZ); }
 

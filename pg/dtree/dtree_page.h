@@ -79,6 +79,7 @@ typedef struct DtChainRef {
 // Start of a posting page's contents.
 typedef struct DtPostingPageHeader {
     uint64 firsttid;   // row of the first posting (0 when empty)
+    uint64 lasttid;    // row of the last posting (0 when empty)
     uint32 npostings;
     uint32 nbytes;     // coded bytes that follow
 } DtPostingPageHeader;
@@ -136,4 +137,7 @@ void DtReadMetaPage(Relation index, DTMetaPageData *meta, DtMetaExtra *extra);
 
 // Private page images.
 Page DtPageImage(void);
+// Scratch page images of the insert path, kept for the life of the backend
+// (numbers 0 to 7; each user knows which it may take).
+Page DtScratchPage(int i);
 void DtCopyPage(Page dst, Buffer buf);
