@@ -18,6 +18,13 @@ CREATE OPERATOR CLASS doc_dtree_ops DEFAULT FOR TYPE doc USING dtree AS
     OPERATOR 3 % (doc, doc);
 COMMENT ON OPERATOR CLASS doc_dtree_ops USING dtree IS 'dtree index of a doc column';
 
+-- A column of any other type reaches the build, which refuses it with the
+-- index's own error (U0001) rather than the server's "no default operator
+-- class".  This class has no operators, so no condition ever uses it.
+CREATE OPERATOR CLASS dtree_other_ops DEFAULT FOR TYPE anyelement USING dtree AS STORAGE anyelement;
+COMMENT ON OPERATOR CLASS dtree_other_ops USING dtree IS
+    'lets a dtree index on a column that is not doc fail with the index''s own error';
+
 -- The counters of a dtree index: "terms=N, docs=N".
 CREATE FUNCTION ReadMetaTerms(text) RETURNS text
     AS 'MODULE_PATHNAME', 'pgdoc_ReadMetaTerms' LANGUAGE C STRICT VOLATILE;

@@ -81,6 +81,8 @@ CREATE INDEX empty_part ON empty_t USING dtree (body) WHERE id > 0;
 SELECT ReadMetaTerms('empty_part');
 CREATE INDEX t_opt ON t USING dtree (body) WITH (fillfactor = 50);
 CREATE INDEX t_txt ON t USING dtree (note);
+\echo :LAST_ERROR_SQLSTATE
+CREATE INDEX t_int ON t USING dtree (id);
 
 -- The operator class is valid; without scan routines the planner never
 -- uses the index.
