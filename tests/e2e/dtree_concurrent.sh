@@ -6,12 +6,12 @@
 # sees, with the count IndexTerms gives (the index may hold more: rows not
 # yet committed or not yet vacuumed).  At the end the index passes
 # dt_CheckIndex and, after VACUUM, equals the table.
-#   DTREE_CONCURRENT_SECONDS  how long the sessions run (default 20)
+#   DTREE_CONCURRENT_SECONDS  how long the sessions run (default 12)
 set -uo pipefail
 source "$(dirname "$0")/channel_common.bash"
 source "$(dirname "$0")/dtree_common.bash"
 q() { psql -X -qtA -v ON_ERROR_STOP=1 "$@"; }
-SECS=${DTREE_CONCURRENT_SECONDS:-20}
+SECS=${DTREE_CONCURRENT_SECONDS:-12}
 NG=2000
 G=$DOC_SERVER_DIR/ccg
 write_glosses "$G" "$NG"

@@ -26,7 +26,7 @@ CREATE TABLE r (id int, body doc);
 CREATE INDEX r_dt ON r USING dtree (body);
 INSERT INTO r SELECT i, gloss(i) FROM generate_series(1, 1000) i;
 SQL
-as_pg "$PGBIN/pg_basebackup" -h "$PGHOST" -p 5432 -U postgres -D "$STANDBY" -R -X stream >/dev/null 2>&1
+as_pg "$PGBIN/pg_basebackup" -h "$PGHOST" -p 5432 -U postgres -D "$STANDBY" -R -X stream -c fast >/dev/null 2>&1
 check "pg_basebackup over the Unix socket" test -f "$STANDBY/standby.signal"
 cat >>"$STANDBY/postgresql.conf" <<CONF
 port = 5433
@@ -44,7 +44,7 @@ CREATE TABLE r2 AS SELECT * FROM r WHERE id % 2 = 1;
 CREATE INDEX r2_dt ON r2 USING dtree (body);
 INSERT INTO r2 SELECT i, gloss(i) FROM generate_series(1, 500) i;
 SQL
-lsn=$(q -c "SELECT pg_current_wal_lsn()")
+lsn=$(q -c "SELECT pg_current_wal_flush_lsn()")
 caught_up() { [ "$(sq -c "SELECT pg_last_wal_replay_lsn() >= '$lsn'::pg_lsn")" = t ]; }
 for _ in $(seq 1 120); do caught_up && break; sleep 0.5; done
 check "the standby replays up to the primary's last record" caught_up
