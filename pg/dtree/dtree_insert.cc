@@ -24,8 +24,6 @@ using dt::dtree::kDownlink;
 using dt::dtree::kHighKey;
 using dt::dtree::kInlineEntry;
 
-#define DT_MAX_HEIGHT 32
-
 void DtLockWriters(Relation index) { LockPage(index, DTREE_METAPAGE_BLKNO, ExclusiveLock); }
 void DtUnlockWriters(Relation index) { UnlockPage(index, DTREE_METAPAGE_BLKNO, ExclusiveLock); }
 
@@ -156,6 +154,17 @@ static void DtAddDownlink(Relation index, Page parent, BlockNumber leftchild, co
     DtAddItemOrDie(parent, dl, sz, at);
 }
 
+// A new root image over two pages: the empty key leads to left, rfirst's
+// key to right.
+static void DtMakeRoot(Page top, BlockNumber left, const DtItemHeader *rfirst, BlockNumber right) {
+    DtInitPage(top, DT_INTERNAL | DT_RIGHTMOST);
+    Size sz;
+    DtItemHeader *d1 = DtMakeItem(kDownlink, "", 0, left, NULL, 0, &sz);
+    DtAddItemOrDie(top, d1, sz, InvalidOffsetNumber);
+    DtItemHeader *d2 = DtMakeItem(kDownlink, DtItemKey(rfirst), rfirst->keylen, right, NULL, 0, &sz);
+    DtAddItemOrDie(top, d2, sz, InvalidOffsetNumber);
+}
+
 // Splits the tree page at path[level] (its parent path[level - 1] has room
 // for a downlink, or it is the root) as one record.
 static void DtSplitTreePage(Relation index, const BlockNumber *path, int level) {
@@ -181,12 +190,7 @@ static void DtSplitTreePage(Relation index, const BlockNumber *path, int level) 
     if (level == 0) {
         // A new root above the two halves.
         tbuf = DtNewBuffer(index);
-        DtInitPage(top, DT_INTERNAL | DT_RIGHTMOST);
-        Size sz;
-        DtItemHeader *d1 = DtMakeItem(kDownlink, "", 0, path[0], NULL, 0, &sz);
-        DtAddItemOrDie(top, d1, sz, InvalidOffsetNumber);
-        DtItemHeader *d2 = DtMakeItem(kDownlink, DtItemKey(rfirst), rfirst->keylen, BufferGetBlockNumber(rbuf), NULL, 0, &sz);
-        DtAddItemOrDie(top, d2, sz, InvalidOffsetNumber);
+        DtMakeRoot(top, path[0], rfirst, BufferGetBlockNumber(rbuf));
         isnew[2] = true;
     } else {
         tbuf = ReadBuffer(index, path[level - 1]);
@@ -359,26 +363,7 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
         // Descend, remembering the internal pages passed.
         BlockNumber path[DT_MAX_HEIGHT];
         int depth = 0;
-        BlockNumber blk = x.root;
-        for (;;) {
-            Buffer b = ReadBuffer(index, blk);
-            LockBuffer(b, BUFFER_LOCK_SHARE);
-            Page pg = BufferGetPage(b);
-            DtCheckPage(index, pg, blk, DT_LEAF | DT_INTERNAL);
-            if (DtBeyondHighKey(pg, key, keylen)) {
-                blk = DtPageGetOpaque(pg)->rightlink;
-                UnlockReleaseBuffer(b);
-                continue;
-            }
-            if (DtPageGetOpaque(pg)->flags & DT_LEAF) {
-                UnlockReleaseBuffer(b);
-                break;
-            }
-            if (depth >= DT_MAX_HEIGHT - 1) elog(ERROR, "dtree: tree too high");
-            path[depth++] = blk;
-            blk = DtFindChild(pg, key, keylen, NULL);
-            UnlockReleaseBuffer(b);
-        }
+        BlockNumber blk = DtDescend(index, x.root, key, keylen, path, &depth);
         path[depth] = blk;
         Buffer lbuf = ReadBuffer(index, blk);
         LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
@@ -469,13 +454,7 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
         bool isnew[4] = {false, true, false, false};
         if (depth == 0) {
             tbuf = DtNewBuffer(index);
-            DtInitPage(top, DT_INTERNAL | DT_RIGHTMOST);
-            Size sz;
-            DtItemHeader *d1 = DtMakeItem(kDownlink, "", 0, blk, NULL, 0, &sz);
-            DtAddItemOrDie(top, d1, sz, InvalidOffsetNumber);
-            DtItemHeader *d2 =
-                DtMakeItem(kDownlink, DtItemKey(rfirst), rfirst->keylen, BufferGetBlockNumber(rbuf), NULL, 0, &sz);
-            DtAddItemOrDie(top, d2, sz, InvalidOffsetNumber);
+            DtMakeRoot(top, blk, rfirst, BufferGetBlockNumber(rbuf));
             isnew[2] = true;
         } else {
             tbuf = ReadBuffer(index, path[depth - 1]);

@@ -19,6 +19,13 @@ extern "C" {
 void DtLockWriters(Relation index);
 void DtUnlockWriters(Relation index);
 
+// The leaf whose range holds key, from root down (moving right where a
+// high key says so); path, when given, gets the internal pages passed and
+// *depth their number.  InvalidBlockNumber when root is.
+BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int keylen, BlockNumber *path, int *depth);
+// The leftmost leaf, or InvalidBlockNumber for an empty tree.
+BlockNumber DtLeftmostLeaf(Relation index);
+
 // The leaf entry of key, copied into palloc'd memory (its length in *len),
 // or NULL.
 DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len);

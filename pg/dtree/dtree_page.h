@@ -26,6 +26,7 @@ extern "C" {
 #define DTREE_VERSION 1
 #define DTREE_METAPAGE_BLKNO 0
 #define DTREE_PAGE_ID 0xD7E3
+#define DT_MAX_HEIGHT 32
 
 // Page flags.
 #define DT_META 0x01

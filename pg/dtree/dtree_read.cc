@@ -22,32 +22,64 @@ struct DtPostingIter {
     unsigned char scratch[BLCKSZ];
 };
 
-DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len) {
-    DtMetaExtra x;
-    DtReadMetaPage(index, NULL, &x);
-    BlockNumber blk = x.root;
+BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int keylen, BlockNumber *path, int *depth) {
+    BlockNumber blk = root;
+    int d = 0;
     while (blk != InvalidBlockNumber) {
         Buffer buf = ReadBuffer(index, blk);
         LockBuffer(buf, BUFFER_LOCK_SHARE);
         Page page = BufferGetPage(buf);
         DtCheckPage(index, page, blk, DT_LEAF | DT_INTERNAL);
+        BlockNumber next;
         if (DtBeyondHighKey(page, key, keylen)) {
-            blk = DtPageGetOpaque(page)->rightlink;
+            next = DtPageGetOpaque(page)->rightlink;
         } else if (DtPageGetOpaque(page)->flags & DT_INTERNAL) {
-            blk = DtFindChild(page, key, keylen, NULL);
+            if (d >= DT_MAX_HEIGHT - 1) elog(ERROR, "dtree: tree too high");
+            if (path) path[d] = blk;
+            d++;
+            next = DtFindChild(page, key, keylen, NULL);
         } else {
-            OffsetNumber off = DtFindEntry(page, key, keylen, NULL);
-            DtItemHeader *copy = NULL;
-            if (off != InvalidOffsetNumber) {
-                ItemId iid = PageGetItemId(page, off);
-                copy = (DtItemHeader *) palloc(ItemIdGetLength(iid));
-                memcpy(copy, PageGetItem(page, iid), ItemIdGetLength(iid));
-                if (len) *len = ItemIdGetLength(iid);
-            }
             UnlockReleaseBuffer(buf);
-            return copy;
+            break;
         }
         UnlockReleaseBuffer(buf);
+        blk = next;
+    }
+    if (depth) *depth = d;
+    return blk;
+}
+
+BlockNumber DtLeftmostLeaf(Relation index) {
+    DtMetaExtra x;
+    DtReadMetaPage(index, NULL, &x);
+    return DtDescend(index, x.root, "", 0, NULL, NULL);
+}
+
+DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len) {
+    DtMetaExtra x;
+    DtReadMetaPage(index, NULL, &x);
+    BlockNumber blk = DtDescend(index, x.root, key, keylen, NULL, NULL);
+    while (blk != InvalidBlockNumber) {
+        Buffer buf = ReadBuffer(index, blk);
+        LockBuffer(buf, BUFFER_LOCK_SHARE);
+        Page page = BufferGetPage(buf);
+        DtCheckPage(index, page, blk, DT_LEAF);
+        if (DtBeyondHighKey(page, key, keylen)) {
+            // The leaf split after the descent left it.
+            blk = DtPageGetOpaque(page)->rightlink;
+            UnlockReleaseBuffer(buf);
+            continue;
+        }
+        OffsetNumber off = DtFindEntry(page, key, keylen, NULL);
+        DtItemHeader *copy = NULL;
+        if (off != InvalidOffsetNumber) {
+            ItemId iid = PageGetItemId(page, off);
+            copy = (DtItemHeader *) palloc(ItemIdGetLength(iid));
+            memcpy(copy, PageGetItem(page, iid), ItemIdGetLength(iid));
+            if (len) *len = ItemIdGetLength(iid);
+        }
+        UnlockReleaseBuffer(buf);
+        return copy;
     }
     return NULL;
 }

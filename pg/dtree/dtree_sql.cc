@@ -124,21 +124,7 @@ static void DtIndexEntriesC(Oid relid, FunctionCallInfo fcinfo) {
     ReturnSetInfo *rsinfo = (ReturnSetInfo *) fcinfo->resultinfo;
     Relation index = DtOpenIndexByOid(relid, AccessShareLock);
     DtCheckTablePrivilege(index, ACL_SELECT);
-    DtMetaInfo mi;
-    DtReadMeta(index, &mi);
-    BlockNumber blk = mi.root;
-    // Down the left edge to the first leaf.
-    while (blk != InvalidBlockNumber) {
-        Buffer b = ReadBuffer(index, blk);
-        LockBuffer(b, BUFFER_LOCK_SHARE);
-        Page pg = BufferGetPage(b);
-        DtCheckPage(index, pg, blk, DT_LEAF | DT_INTERNAL);
-        bool leaf = DtPageGetOpaque(pg)->flags & DT_LEAF;
-        BlockNumber child = leaf ? blk : DtPageItem(pg, DtFirstDataOffset(pg))->value;
-        UnlockReleaseBuffer(b);
-        if (leaf) break;
-        blk = child;
-    }
+    BlockNumber blk = DtLeftmostLeaf(index);
     Page img = DtPageImage();
     while (blk != InvalidBlockNumber) {
         Buffer b = ReadBuffer(index, blk);

@@ -245,25 +245,6 @@ static void DtDropEmptyChain(Relation index, Buffer lbuf, Page img, OffsetNumber
     pfree(meta);
 }
 
-// The leftmost leaf.
-static BlockNumber DtLeftmostLeaf(Relation index) {
-    DtMetaExtra x;
-    DtReadMetaPage(index, NULL, &x);
-    BlockNumber blk = x.root;
-    while (blk != InvalidBlockNumber) {
-        Buffer b = ReadBuffer(index, blk);
-        LockBuffer(b, BUFFER_LOCK_SHARE);
-        Page pg = BufferGetPage(b);
-        DtCheckPage(index, pg, blk, DT_LEAF | DT_INTERNAL);
-        bool leaf = DtPageGetOpaque(pg)->flags & DT_LEAF;
-        BlockNumber child = leaf ? InvalidBlockNumber : DtPageItem(pg, DtFirstDataOffset(pg))->value;
-        UnlockReleaseBuffer(b);
-        if (leaf) return blk;
-        blk = child;
-    }
-    return InvalidBlockNumber;
-}
-
 IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult *stats,
                                     IndexBulkDeleteCallback callback, void *callback_state) {
     Relation index = info->index;
