@@ -52,3 +52,18 @@ for line in open("/usr/share/wordnet/data.noun", encoding="latin-1"):
 PY
     chmod -R a+rX "$1"
 }
+
+# gloss_server DIR N: the extension, the first N glosses in DIR and the
+# function gloss(i) giving gloss i as a server-file document.  CHECK_WAL=1
+# also turns on wal_consistency_checking for generic records.
+gloss_server() {
+    write_glosses "$1" "$2"
+    psql -X -q -v ON_ERROR_STOP=1 -c "CREATE EXTENSION document" >/dev/null
+    if [ "${CHECK_WAL:-0}" = 1 ]; then
+        psql -X -q -v ON_ERROR_STOP=1 -c "ALTER SYSTEM SET wal_consistency_checking = 'generic'" -c "SELECT pg_reload_conf()" >/dev/null
+    fi
+    psql -X -q -v ON_ERROR_STOP=1 -c "CREATE FUNCTION gloss(i int) RETURNS doc LANGUAGE sql
+              AS \$\$ SELECT ('format(ascii),ExternalFile:$1/' || i || '.txt')::doc \$\$" >/dev/null
+}
+as_pg() { if [ "$(id -u)" = 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi; }
+PGBIN=${PGBIN:-/usr/lib/postgresql/15/bin}

@@ -13,12 +13,8 @@ source "$(dirname "$0")/dtree_common.bash"
 q() { psql -X -qtA -v ON_ERROR_STOP=1 "$@"; }
 SECS=${DTREE_CONCURRENT_SECONDS:-12}
 NG=2000
-G=$DOC_SERVER_DIR/ccg
-write_glosses "$G" "$NG"
-q -c "CREATE EXTENSION document" >/dev/null
+gloss_server "$DOC_SERVER_DIR/ccg" "$NG"
 q <<SQL >/dev/null
-CREATE FUNCTION gloss(i int) RETURNS doc LANGUAGE sql
-    AS \$\$ SELECT ('format(ascii),ExternalFile:$G/' || i || '.txt')::doc \$\$;
 CREATE TABLE c (id serial PRIMARY KEY, gid int, body doc);
 CREATE INDEX c_dt ON c USING dtree (body);
 INSERT INTO c (gid, body) SELECT i, gloss(i) FROM generate_series(1, 200) i;

@@ -10,17 +10,11 @@
 set -uo pipefail
 source "$(dirname "$0")/channel_common.bash"
 source "$(dirname "$0")/dtree_common.bash"
-PGBIN=${PGBIN:-/usr/lib/postgresql/15/bin}
-as_pg() { if [ "$(id -u)" = 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi; }
 q() { psql -X -qtA -v ON_ERROR_STOP=1 "$@"; }
 CYCLES=${DTREE_CRASH_CYCLES:-3}
 NG=1500
-G=$DOC_SERVER_DIR/cg
-write_glosses "$G" "$NG"
-q -c "CREATE EXTENSION document" -c "ALTER SYSTEM SET wal_consistency_checking = 'generic'" -c "SELECT pg_reload_conf()" >/dev/null
+CHECK_WAL=1 gloss_server "$DOC_SERVER_DIR/cg" "$NG"
 q <<SQL >/dev/null
-CREATE FUNCTION gloss(i int) RETURNS doc LANGUAGE sql
-    AS \$\$ SELECT ('format(ascii),ExternalFile:$G/' || i || '.txt')::doc \$\$;
 CREATE TABLE c (id serial PRIMARY KEY, gid int, body doc);
 CREATE INDEX c_dt ON c USING dtree (body);
 INSERT INTO c (gid, body) SELECT i, gloss(i) FROM generate_series(1, 600) i;

@@ -8,20 +8,14 @@
 set -uo pipefail
 source "$(dirname "$0")/channel_common.bash"
 source "$(dirname "$0")/dtree_common.bash"
-PGBIN=${PGBIN:-/usr/lib/postgresql/15/bin}
-as_pg() { if [ "$(id -u)" = 0 ]; then runuser -u postgres -- "$@"; else "$@"; fi; }
 q() { psql -X -qtA -v ON_ERROR_STOP=1 "$@"; }
 sq() { psql -X -qtA -p 5433 "$@"; }
-G=$DOC_SERVER_DIR/rg
-write_glosses "$G" 3000
 STANDBY=$DOC_SERVER_DIR/standby
 stop_standby() { [ -f "$STANDBY/postmaster.pid" ] && as_pg "$PGBIN/pg_ctl" -D "$STANDBY" -m immediate -w stop >/dev/null 2>&1; rm -rf "$WORK"; }
 trap stop_standby EXIT
 
-q -c "CREATE EXTENSION document" -c "ALTER SYSTEM SET wal_consistency_checking = 'generic'" -c "SELECT pg_reload_conf()" >/dev/null
+CHECK_WAL=1 gloss_server "$DOC_SERVER_DIR/rg" 3000
 q <<SQL >/dev/null
-CREATE FUNCTION gloss(i int) RETURNS doc LANGUAGE sql
-    AS \$\$ SELECT ('format(ascii),ExternalFile:$G/' || i || '.txt')::doc \$\$;
 CREATE TABLE r (id int, body doc);
 CREATE INDEX r_dt ON r USING dtree (body);
 INSERT INTO r SELECT i, gloss(i) FROM generate_series(1, 1000) i;
