@@ -15,6 +15,7 @@
 #include "largeobject.h"
 #include "module.h"
 #include "process.h"
+#include "regularfile.h"
 #include "tempname.h"
 
 extern "C" {
@@ -41,6 +42,7 @@ struct OutputFile {
 
 void WriteAll(OutputFile &f, const char *p, size_t n) {
     while (n > 0) {
+        CheckInterrupts();
         ssize_t w = write(f.fd, p, n);
         if (w < 0 && errno == EINTR) continue;
         if (w < 1) dt::ErrorRaiseVA("XD00S", "SIZE%d", (int)n, "FILENAME%s", f.path);
@@ -49,24 +51,33 @@ void WriteAll(OutputFile &f, const char *p, size_t n) {
     }
 }
 
-std::string ReadServerFile(const std::string &path, int32 limit) {
-    int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path);
+[[noreturn]] void RaiseTooLong(const std::string &path) {
+    throw dt::Error::User("server file \"" + path + "\" is longer than the largest document (" +
+                              std::to_string(dt::kMaxDocumentBytes) + " bytes)",
+                          "54000");
+}
+
+// The whole text of a server file: a regular file of at most the largest
+// document's size.
+std::string ReadServerFile(const std::string &path) {
+    long long size = 0;
+    std::string why;
+    dt::ReadFd in(dt::OpenRegularFile(path, &size, &why));
+    if (in.fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path, "REASON%s", why);
+    if (size > dt::kMaxDocumentBytes) RaiseTooLong(path);
     std::string out;
+    out.reserve((size_t)size);
     std::vector<char> buf(65536);
     for (;;) {
-        ssize_t got = read(fd, buf.data(), buf.size());
+        CheckInterrupts();
+        ssize_t got = read(in.fd, buf.data(), buf.size());
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) {
-            close(fd);
-            dt::ErrorRaiseVA("XD00P", "SIZE%d", (int)buf.size(), "FILENAME%s", path);
-        }
+        if (got < 0) dt::ErrorRaiseVA("XD00P", "SIZE%d", (int)buf.size(), "FILENAME%s", path);
         if (got == 0) break;
+        // It may have grown since it was opened.
+        if ((long long)(out.size() + got) > dt::kMaxDocumentBytes) RaiseTooLong(path);
         out.append(buf.data(), got);
-        if (limit >= 0 && (int32)out.size() >= limit) break;
     }
-    close(fd);
-    if (limit >= 0 && (int32)out.size() > limit) out.resize(limit);
     return out;
 }
 
@@ -76,7 +87,7 @@ std::string DocumentText(const void *value) {
     dt::DocView d(value);
     auto handle = dt::DocLOHandleExternal(value);
     if (!handle) return dt::DocSmallText(value);
-    if (dt::IsExternalHandle(*handle)) return ReadServerFile(dt::ExternalHandlePath(*handle), -1);
+    if (dt::IsExternalHandle(*handle)) return ReadServerFile(dt::ExternalHandlePath(*handle));
     return ReadLargeObjectText(value);
 }
 
@@ -198,7 +209,7 @@ Datum pgdoc_GetDocText(PG_FUNCTION_ARGS) {
 Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string dir = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string dir = dt::pg::TextArg(fcinfo, 1);
         if (dir.empty())
             dt::ErrorRaiseVA("TL001", "NAME%s", "(null directory)", "OPERATION%s", "GetDocInternal");
         dt::pg::RequireRole(ROLE_PG_WRITE_SERVER_FILES, "pg_write_server_files",
@@ -213,8 +224,8 @@ Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
 Datum pgdoc_DocDisplay(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string cmd = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
-        std::string display = dt::pg::TextToString(PG_GETARG_TEXT_PP(2));
+        std::string cmd = dt::pg::TextArg(fcinfo, 1);
+        std::string display = dt::pg::TextArg(fcinfo, 2);
         dt::pg::RequireRole(ROLE_PG_EXECUTE_SERVER_PROGRAM, "pg_execute_server_program",
                             "run a program with DocDisplay");
         auto handle = dt::DocLOHandleExternal(v);
@@ -243,7 +254,7 @@ Datum pgdoc_DocDisplay(PG_FUNCTION_ARGS) {
 Datum pgdoc_DocPrint(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string cmd = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string cmd = dt::pg::TextArg(fcinfo, 1);
         dt::pg::RequireRole(ROLE_PG_EXECUTE_SERVER_PROGRAM, "pg_execute_server_program",
                             "run a program with DocPrint");
         std::string file = dt::pg::WriteDocToServerFile(v, dt::pg::TempDir());

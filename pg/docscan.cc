@@ -22,6 +22,12 @@ DocScan::~DocScan() {
 WordnetScope::WordnetScope() : exceptions_(std::uncaught_exceptions()) { _dt_OpenWordnet(); }
 
 WordnetScope::~WordnetScope() {
+    // After a caught server error the scans must not be touched: the abort
+    // that follows releases them.
+    if (ServerErrorPending()) {
+        _dt_ExcWordnet();
+        return;
+    }
     try {
         // Left by an error: the scans may be in the middle of a lookup, so
         // they are closed rather than kept.

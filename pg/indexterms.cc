@@ -5,6 +5,7 @@
 // later in the document's word hash comes first.
 #include <algorithm>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "boundary.h"
@@ -18,8 +19,9 @@ namespace dt::pg {
 namespace {
 
 struct Item {
-    std::string text;  // "stem:count "
+    const dt::DtWordHash *term;
     int cnt;
+    size_t seq;  // place in the word hash
 };
 
 }  // namespace
@@ -28,40 +30,54 @@ struct Item {
 // terms that some stem of the input equals (counts written in the input,
 // "dog:3", are ignored); with origtop >= 0, only the first origtop items.
 std::string _dt_IndexTerms(const void *value, const std::string *input, int origtop) {
-    std::vector<std::string> wanted;
+    std::unordered_set<std::string> wanted;
     if (input) {
         int cnt = 0;
+        std::vector<std::string> stems;
         {
             WordnetScope wn;
-            wanted = dt::_dt_StripAndStemText(*input, &cnt, ServerStemHooks());
+            stems = dt::_dt_StripAndStemText(*input, &cnt, ServerStemHooks());
         }
-        if (wanted.empty()) return "";
-        if (origtop == -1)
-            for (std::string &w : wanted) w = w.substr(0, w.find(':'));
+        if (stems.empty()) return "";
+        for (std::string &w : stems) {
+            CheckInterrupts();
+            wanted.insert(origtop == -1 ? w.substr(0, w.find(':')) : w);
+        }
     }
     DocScanPtr scan = _dt_MakeDocDesc(value, true);
     dt::WordHash &hash = scan->desc->doc_wordhashtab;
     dt::RewindTerms(hash);
-    // Ordered by count, highest first; a new item goes before the first
-    // item whose count is not greater than its own.
+    // Highest count first; of equal counts, the term met later in the
+    // word hash first.
     std::vector<Item> list;
-    size_t total = 0;
+    list.reserve((size_t)hash.hashentries);
     while (dt::DtWordHash *t = dt::_dt_NextTerm(hash)) {
-        if (input && std::find(wanted.begin(), wanted.end(), t->hashw_word) == wanted.end()) continue;
-        Item it{t->hashw_word + ":" + std::to_string(t->hashw_cnt) + " ", t->hashw_cnt};
-        total += it.text.size();
-        auto pos = std::find_if(list.begin(), list.end(), [&](const Item &o) { return o.cnt <= it.cnt; });
-        list.insert(pos, std::move(it));
+        CheckInterrupts();
+        if (input && !wanted.count(t->hashw_word)) continue;
+        list.push_back({t, t->hashw_cnt, list.size()});
     }
+    auto before = [](const Item &a, const Item &b) {
+        if (a.cnt != b.cnt) return a.cnt > b.cnt;
+        return a.seq > b.seq;
+    };
+    size_t keep = list.size();
+    if (origtop != -1 && (size_t)origtop < keep) keep = (size_t)origtop;
+    if (keep < list.size()) {
+        std::partial_sort(list.begin(), list.begin() + keep, list.end(), before);
+        list.resize(keep);
+    } else {
+        std::sort(list.begin(), list.end(), before);
+    }
+    size_t total = 0;
+    for (const Item &it : list) total += it.term->hashw_word.size() + 13;
     std::string out;
     out.reserve(total);
-    int allowance = origtop;
     for (const Item &it : list) {
-        if (origtop != -1) {
-            if (allowance <= 0) break;
-            allowance--;
-        }
-        out += it.text;
+        CheckInterrupts();
+        out += it.term->hashw_word;
+        out += ':';
+        out += std::to_string(it.cnt);
+        out += ' ';
     }
     return out;
 }
@@ -84,8 +100,7 @@ Datum pgdoc_IndexTerms(PG_FUNCTION_ARGS) {
 // Occurrences(doc, text): the counts of the text's stems in the document.
 Datum pgdoc_Occurrences(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        text *t = dt::pg::ServerCall([&] { return PG_GETARG_TEXT_PP(1); });
-        std::string input = dt::pg::TextToString(t);
+        std::string input = dt::pg::TextArg(fcinfo, 1);
         if (input.empty()) return dt::pg::TextResult("");
         return dt::pg::TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), &input, -1));
     });
@@ -94,7 +109,7 @@ Datum pgdoc_Occurrences(PG_FUNCTION_ARGS) {
 // TopNTerms(doc, n): the n most frequent terms.
 Datum pgdoc_TopNTerms(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        int n = PG_GETARG_INT32(1);
+        int n = dt::pg::Int32Arg(fcinfo, 1);
         if (n < 0) return dt::pg::TextResult("");
         return dt::pg::TextResult(dt::pg::_dt_IndexTerms(dt::pg::DocArg(fcinfo, 0), nullptr, n));
     });
