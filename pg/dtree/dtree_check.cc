@@ -301,7 +301,7 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_CheckIndex);
 // dt_CheckIndex(index regclass): true, or an error naming the first fault.
 Datum pgdoc_dt_CheckIndex(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        Oid relid = PG_GETARG_OID(0);
+        Oid relid = dt::pg::OidArg(fcinfo, 0);
         dt::pg::ServerCall([&] { DtCheckIndexC(relid); });
         return BoolGetDatum(true);
     });

@@ -169,7 +169,7 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_IndexEntries);
 // ReadMetaTerms(indexname): "terms=N, docs=N".
 Datum pgdoc_ReadMetaTerms(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        text *name = dt::pg::ServerCall([&] { return PG_GETARG_TEXT_PP(0); });
+        text *name = (text *) dt::pg::VarlenaArg(fcinfo, 0);
         return PointerGetDatum(dt::pg::ServerCall([&] { return DtReadMetaTermsC(name); }));
     });
 }
@@ -178,8 +178,8 @@ Datum pgdoc_ReadMetaTerms(PG_FUNCTION_ARGS) {
 // more posting of the row.
 Datum pgdoc_AddIndexTerms(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        text *name = dt::pg::ServerCall([&] { return PG_GETARG_TEXT_PP(0); });
-        ItemPointer tid = (ItemPointer) PG_GETARG_POINTER(1);
+        text *name = (text *) dt::pg::VarlenaArg(fcinfo, 0);
+        ItemPointer tid = (ItemPointer) DatumGetPointer(dt::pg::DatumArg(fcinfo, 1));
         std::string input = dt::pg::TextArg(fcinfo, 2);
         std::vector<std::string> words;
         {
@@ -202,7 +202,7 @@ Datum pgdoc_AddIndexTerms(PG_FUNCTION_ARGS) {
 // and bytes.
 Datum pgdoc_dt_IndexStats(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        Oid relid = PG_GETARG_OID(0);
+        Oid relid = dt::pg::OidArg(fcinfo, 0);
         DtStatsC s;
         dt::pg::ServerCall([&] { DtIndexStatsC(relid, &s); });
         return dt::pg::ServerCall([&] {
@@ -221,7 +221,7 @@ Datum pgdoc_dt_IndexStats(PG_FUNCTION_ARGS) {
 // dt_IndexEntries(index): every posting as (term, row, count, wordcnt).
 Datum pgdoc_dt_IndexEntries(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        Oid relid = PG_GETARG_OID(0);
+        Oid relid = dt::pg::OidArg(fcinfo, 0);
         dt::pg::ServerCall([&] {
             InitMaterializedSRF(fcinfo, 0);
             DtIndexEntriesC(relid, fcinfo);

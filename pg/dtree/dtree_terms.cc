@@ -113,6 +113,7 @@ static Relation DtCheckOpened(Relation rel, const char *relname) {
     return rel;
 }
 
+// Runs inside ServerCall.
 Relation DtOpenIndexByName(text *name, LOCKMODE lock) {
     char *s = text_to_cstring(name);
     List *names = stringToQualifiedNameList(s);
