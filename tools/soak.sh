@@ -6,10 +6,11 @@
 #
 # Installs the build (under the install lock), then runs
 # tests/e2e/crash_insert.sh with CYCLES kills at random moments of a
-# loading script, and tests/e2e/concurrent_insert.sh with 8 sessions of
-# ROUNDS rounds each, tests/e2e/lo_concurrency.sh for SECONDS seconds, and
+# loading script, tests/e2e/concurrent_insert.sh with 8 sessions of
+# ROUNDS rounds each, tests/e2e/lo_concurrency.sh for SECONDS seconds,
 # tests/e2e/lo_many.sh with 60,000 documents and the default lock table,
-# every one against its own private server.  Results
+# and tests/e2e/dtree_crash.sh with CYCLES crashes of sessions writing
+# through a dtree index, every one against its own private server.  Results
 # are appended to bench/results/soak.txt.
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -32,8 +33,10 @@ flock /tmp/document-install.lock bash -c "
     DOC_BUILD='$BUILD' DURATION=$seconds tools/pgserver.sh bash tests/e2e/lo_concurrency.sh >'$log.lo' 2>&1; l=\$?
     DOC_BUILD='$BUILD' LO_MANY=60000 LO_LOCKS=64 tools/pgserver.sh bash tests/e2e/lo_many.sh >>'$log.lo' 2>&1; n=\$?
     f=\$(date +%s)
-    echo \"crash: \$c \$((m - s)) s; concurrency: \$k \$((e - m)) s; large objects: \$l/\$n \$((f - e)) s\" >'$log'
-    [ \$c = 0 ] && [ \$k = 0 ] && [ \$l = 0 ] && [ \$n = 0 ]" || rc=1
+    DOC_BUILD='$BUILD' DTREE_CRASH_CYCLES=$cycles tools/pgserver.sh bash tests/e2e/dtree_crash.sh >'$log.dtree' 2>&1; x=\$?
+    g=\$(date +%s)
+    echo \"crash: \$c \$((m - s)) s; concurrency: \$k \$((e - m)) s; large objects: \$l/\$n \$((f - e)) s; dtree crash: \$x \$((g - f)) s\" >'$log'
+    [ \$c = 0 ] && [ \$k = 0 ] && [ \$l = 0 ] && [ \$n = 0 ] && [ \$x = 0 ]" || rc=1
 {
     echo "== $(date -u +%Y-%m-%dT%H:%MZ) soak: $cycles crash cycles, 8 sessions x $rounds rounds ($(git rev-parse --short HEAD))"
     cat "$log"
@@ -41,6 +44,7 @@ flock /tmp/document-install.lock bash -c "
     grep -E 'cycle .*acknowledged' "$log.crash" | sed 's/^/crash: /'
     grep -E '^FAIL|checks,|sessions done|rows:|refused' "$log.conc" | sed 's/^/concurrency: /'
     grep -E '^FAIL|checks,|^after' "$log.lo" | sed 's/^/large objects: /'
+    grep -E '^FAIL|checks,' "$log.dtree" | sed 's/^/dtree crash: /'
 } | tee -a "$out"
-rm -f "$log" "$log.crash" "$log.conc" "$log.lo"
+rm -f "$log" "$log.crash" "$log.conc" "$log.lo" "$log.dtree"
 exit $rc
