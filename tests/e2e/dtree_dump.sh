@@ -17,7 +17,7 @@ CREATE INDEX d_dt ON d USING dtree (body);
 DELETE FROM d WHERE id % 5 = 0;
 VACUUM FULL d;
 SQL
-"$PGBIN/pg_dump" -Fc -d src -f "$WORK/src.dump"
+PGOPTIONS='-c document.dump_stored_form=on' "$PGBIN/pg_dump" -Fc -d src -f "$WORK/src.dump"
 check "pg_restore into another database" "$PGBIN/pg_restore" -d dst "$WORK/src.dump"
 for db in src dst; do
     same "t" "$(PGDATABASE=$db q -c "SELECT dt_CheckIndex('d_dt')" 2>&1)" "$db: dt_CheckIndex"
