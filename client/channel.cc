@@ -71,8 +71,6 @@ void PushBegin(Channel &ch, const std::string &target, long long size) {
     p.expected = size;
     Trace(ch, "push begin " + target + " (" + std::to_string(size) + " bytes)");
     if (target.empty() || target.back() == '/') return RefusePush(ch, "not a file name");
-    std::string why;
-    if (!MayServe(ch.trust, target, true, why)) return RefusePush(ch, why);
     struct stat st;
     mode_t mode;
     if (stat(target.c_str(), &st) == 0) {
@@ -92,6 +90,8 @@ void PushBegin(Channel &ch, const std::string &target, long long size) {
     if (stat(dir.c_str(), &dst) != 0)
         return RefusePush(ch, "directory \"" + dir + "\": " + std::strerror(errno) + " (docsql creates no directories)");
     if (!S_ISDIR(dst.st_mode)) return RefusePush(ch, "\"" + dir + "\" is not a directory");
+    std::string why;
+    if (!MayServe(ch.trust, target, true, why)) return RefusePush(ch, why);
     std::string temp = dir + "/." + BaseOf(target) + ".docsql-XXXXXX";
     int fd = mkstemp(&temp[0]);
     if (fd < 0) return RefusePush(ch, std::strerror(errno));

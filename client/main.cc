@@ -5,6 +5,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -131,18 +132,37 @@ PGconn *Connect(const Options &o) {
     }
 }
 
-void PrintError(const PGresult *res, PGconn *conn) {
+std::string FormatError(const PGresult *res, PGconn *conn) {
     const char *sev = PQresultErrorField(res, PG_DIAG_SEVERITY);
     const char *code = PQresultErrorField(res, PG_DIAG_SQLSTATE);
     const char *msg = PQresultErrorField(res, PG_DIAG_MESSAGE_PRIMARY);
-    if (!msg) {
-        // An error of the client library itself (lost connection and such).
-        std::fprintf(stderr, "docsql: %s", PQerrorMessage(conn));
-        return;
-    }
-    std::fprintf(stderr, "%s:  %s%s%s\n", sev ? sev : "ERROR", code ? code : "", code ? ": " : "", msg);
-    if (const char *d = PQresultErrorField(res, PG_DIAG_MESSAGE_DETAIL)) std::fprintf(stderr, "DETAIL:  %s\n", d);
-    if (const char *h = PQresultErrorField(res, PG_DIAG_MESSAGE_HINT)) std::fprintf(stderr, "HINT:  %s\n", h);
+    // No message: an error of the client library itself (lost connection and such).
+    if (!msg) return std::string("docsql: ") + PQerrorMessage(conn);
+    std::string out = std::string(sev ? sev : "ERROR") + ":  " + (code ? code : "") + (code ? ": " : "") + msg + "\n";
+    if (const char *d = PQresultErrorField(res, PG_DIAG_MESSAGE_DETAIL)) out += std::string("DETAIL:  ") + d + "\n";
+    if (const char *h = PQresultErrorField(res, PG_DIAG_MESSAGE_HINT)) out += std::string("HINT:  ") + h + "\n";
+    return out;
+}
+
+// Whether a statement controls the transaction itself (BEGIN, COMMIT, ...).
+bool IsTransactionControl(const std::string &sql) {
+    size_t i = 0;
+    while (i < sql.size() && std::isspace((unsigned char)sql[i])) i++;
+    std::string word;
+    while (i < sql.size() && std::isalpha((unsigned char)sql[i])) word += (char)std::toupper((unsigned char)sql[i++]);
+    for (const char *w : {"BEGIN", "START", "COMMIT", "END", "ROLLBACK", "ABORT", "SAVEPOINT", "RELEASE", "PREPARE"})
+        if (word == w) return true;
+    return false;
+}
+
+// Runs a statement of docsql's own (BEGIN, COMMIT, ROLLBACK); its error
+// text, or "" when it succeeded.
+std::string RunQuiet(PGconn *conn, const char *sql) {
+    PGresult *res = PQexec(conn, sql);
+    std::string err;
+    if (PQresultStatus(res) != PGRES_COMMAND_OK) err = FormatError(res, conn);
+    PQclear(res);
+    return err;
 }
 
 Table ToTable(const PGresult *res) {
@@ -183,48 +203,111 @@ bool Run(PGconn *conn, const std::string &sql, const Options &o) {
     g_running = 1;
     bool ok = true;
     bool copiedOut = false;  // like psql: no "COPY n" after data sent to standard output
-    int sent = o.extended ? PQsendQueryParams(conn, sql.c_str(), 0, nullptr, nullptr, nullptr, nullptr, 0)
-                          : PQsendQuery(conn, sql.c_str());
-    if (!sent) {
-        std::fprintf(stderr, "docsql: %s", PQerrorMessage(conn));
-        g_running = 0;
-        return false;
-    }
-    while (PGresult *res = PQgetResult(conn)) {
-        switch (PQresultStatus(res)) {
-            case PGRES_COPY_IN:
-                ServeCopyIn(g_channel);
-                break;
-            case PGRES_COPY_OUT: {
-                char *buf;
-                int n;
-                copiedOut = true;
-                while ((n = PQgetCopyData(conn, &buf, 0)) > 0) {
-                    std::fwrite(buf, 1, (size_t)n, stdout);
-                    PQfreemem(buf);
+    // What the statement prints goes out only when it succeeded: a failed
+    // statement shows its error and nothing else.
+    std::string out;
+    std::string errors;    // error texts, printed at the end
+    std::string errstate;  // SQLSTATE of the first error
+    // Takes the results of what was sent; quietStatus: a Parse's own
+    // completion prints nothing.
+    auto drain = [&](bool quietStatus) {
+        while (PGresult *res = PQgetResult(conn)) {
+            switch (PQresultStatus(res)) {
+                case PGRES_COPY_IN:
+                    ServeCopyIn(g_channel);
+                    break;
+                case PGRES_COPY_OUT: {
+                    char *buf;
+                    int n;
+                    copiedOut = true;
+                    std::fputs(out.c_str(), stdout);
+                    out.clear();
+                    while ((n = PQgetCopyData(conn, &buf, 0)) > 0) {
+                        std::fwrite(buf, 1, (size_t)n, stdout);
+                        PQfreemem(buf);
+                    }
+                    break;
                 }
-                break;
+                case PGRES_TUPLES_OK: {
+                    out += FormatTable(ToTable(res), po);
+                    const char *tag = PQcmdStatus(res);
+                    if (!o.quiet && StatusAfterRows(tag)) out += std::string(tag) + "\n";
+                    break;
+                }
+                case PGRES_COMMAND_OK:
+                    if (!o.quiet && !copiedOut && !quietStatus) out += std::string(PQcmdStatus(res)) + "\n";
+                    break;
+                case PGRES_EMPTY_QUERY:
+                    break;
+                default: {
+                    errors += FormatError(res, conn);
+                    const char *code = PQresultErrorField(res, PG_DIAG_SQLSTATE);
+                    if (ok && code) errstate = code;
+                    ok = false;
+                    break;
+                }
             }
-            case PGRES_TUPLES_OK: {
-                std::fputs(FormatTable(ToTable(res), po).c_str(), stdout);
-                const char *tag = PQcmdStatus(res);
-                if (!o.quiet && StatusAfterRows(tag)) std::printf("%s\n", tag);
-                break;
-            }
-            case PGRES_COMMAND_OK:
-                if (!o.quiet && !copiedOut) std::printf("%s\n", PQcmdStatus(res));
-                break;
-            case PGRES_EMPTY_QUERY:
-                break;
-            default:
-                std::fflush(stdout);
-                PrintError(res, conn);
-                ok = false;
-                break;
+            PQclear(res);
+            if (PQstatus(conn) == CONNECTION_BAD) break;
         }
-        PQclear(res);
-        if (PQstatus(conn) == CONNECTION_BAD) break;
+    };
+    if (o.extended) {
+        // The extended protocol: Parse on its own first.  A document literal
+        // pulls its client file while the statement is parsed, and the
+        // server can take that copy-in only when nothing but the Parse's
+        // Sync waits behind it; Bind and Execute follow once it is parsed.
+        // That Sync would end the implicit transaction of the Parse, and a
+        // document nothing took by then is removed: outside a transaction
+        // block the statement runs inside BEGIN ... COMMIT, and again
+        // without them if it cannot run in a transaction block (25001).
+        auto parseAndRun = [&]() -> bool {
+            if (!PQsendPrepare(conn, "", sql.c_str(), 0, nullptr)) return false;
+            drain(true);
+            if (ok && g_channel.error.empty() && PQstatus(conn) != CONNECTION_BAD) {
+                if (!PQsendQueryPrepared(conn, "", 0, nullptr, nullptr, nullptr, 0)) return false;
+                drain(false);
+            }
+            return true;
+        };
+        bool wrap = PQtransactionStatus(conn) == PQTRANS_IDLE && !IsTransactionControl(sql);
+        bool sentOk;
+        if (wrap && RunQuiet(conn, "BEGIN").empty()) {
+            sentOk = parseAndRun();
+            if (ok && g_channel.error.empty()) {
+                std::string cerr = RunQuiet(conn, "COMMIT");
+                if (!cerr.empty()) {
+                    errors += cerr;
+                    ok = false;
+                }
+            } else {
+                RunQuiet(conn, "ROLLBACK");
+                if (errstate == "25001" && g_channel.error.empty()) {
+                    ok = true;
+                    out.clear();
+                    errors.clear();
+                    errstate.clear();
+                    sentOk = parseAndRun();
+                }
+            }
+        } else {
+            sentOk = parseAndRun();
+        }
+        if (!sentOk) {
+            std::fprintf(stderr, "docsql: %s", PQerrorMessage(conn));
+            g_running = 0;
+            return false;
+        }
+    } else {
+        if (!PQsendQuery(conn, sql.c_str())) {
+            std::fprintf(stderr, "docsql: %s", PQerrorMessage(conn));
+            g_running = 0;
+            return false;
+        }
+        drain(false);
     }
+    if (ok && g_channel.error.empty()) std::fputs(out.c_str(), stdout);
+    std::fflush(stdout);
+    std::fputs(errors.c_str(), stderr);
     g_running = 0;
     EndStatement(g_channel);
     std::fflush(stdout);

@@ -54,10 +54,11 @@ const char *PullObstacle() {
     // No portal: the statement is being parsed or planned (a literal being
     // converted); nothing of its result has been sent yet, so the client can
     // take the copy-in before the rows.
-    // With the extended protocol the client has already sent the messages
-    // that follow (Bind, Execute, Sync), which a copy-in cannot get past.
+    // With the extended protocol the client may have sent the messages that
+    // follow (Bind, Execute), which a copy-in cannot get past.  A Sync alone
+    // (docsql sends Parse and Sync first) is taken in the copy-in's stride.
     if (portal == nullptr) {
-        if (pq_buffer_has_data())
+        if (pq_buffer_has_data() && pq_peekbyte() != 'S')
             return "the client sent more messages after this one (extended query protocol); enter "
                    "documents from client files with the simple query protocol, as docsql does, or "
                    "pass the literal in the statement text instead of as a parameter";
