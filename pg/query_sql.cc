@@ -32,6 +32,8 @@ extern "C" {
 #include "catalog/pg_type.h"
 #include "funcapi.h"
 #include "nodes/pathnodes.h"
+#include "nodes/supportnodes.h"
+#include "utils/lsyscache.h"
 #include "storage/proc.h"
 #include "utils/snapmgr.h"
 #include "utils/memutils.h"
@@ -49,6 +51,7 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_QueryOptions);
 PG_FUNCTION_INFO_V1(pgdoc_dt_querysel);
 PG_FUNCTION_INFO_V1(pgdoc_dt_wordlistsel);
 PG_FUNCTION_INFO_V1(pgdoc_dt_doclikesel);
+PG_FUNCTION_INFO_V1(pgdoc_dt_search_support);
 }
 
 namespace {
@@ -289,10 +292,10 @@ Datum ClampSel(double s) {
     return Float8GetDatum(s);
 }
 
-Datum QuerySel(FunctionCallInfo fcinfo, QueryKind kind) {
-    PlannerInfo *root = InternalArg<PlannerInfo>(fcinfo, 0);
-    List *args = InternalArg<List>(fcinfo, 2);
-    int varRelid = Int32Arg(fcinfo, 3);
+// The selectivity of a search over args (the document, then the query) as
+// a restriction of relation varRelid.
+Datum SearchSel(PlannerInfo *root, List *args, int varRelid, QueryKind kind) {
+    if (kind == kDocQuery) return ClampSel(kDocLikeSel);
     Datum value;
     bool isnull = false;
     if (!RestrictionConst(root, args, varRelid, &value, &isnull)) return ClampSel(kDefaultQuerySel);
@@ -311,6 +314,10 @@ Datum QuerySel(FunctionCallInfo fcinfo, QueryKind kind) {
         throw;
     }
     return ClampSel(TreeSel(tree, 0));
+}
+
+Datum QuerySel(FunctionCallInfo fcinfo, QueryKind kind) {
+    return SearchSel(InternalArg<PlannerInfo>(fcinfo, 0), InternalArg<List>(fcinfo, 2), Int32Arg(fcinfo, 3), kind);
 }
 
 }  // namespace
@@ -440,4 +447,22 @@ Datum pgdoc_dt_wordlistsel(PG_FUNCTION_ARGS) {
 // some term with many others).
 Datum pgdoc_dt_doclikesel(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum { return ClampSel(kDocLikeSel); });
+}
+
+// Planner support of Contains, ContainsWords and DocLike: a call in a
+// WHERE clause is estimated exactly as the operator that spells it
+// (@@, @@@, %), so both spellings get the same row count.
+Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        Node *rawreq = InternalArg<Node>(fcinfo, 0);
+        if (!IsA(rawreq, SupportRequestSelectivity)) return PointerGetDatum(nullptr);
+        auto *req = (SupportRequestSelectivity *)rawreq;
+        if (req->is_join) return PointerGetDatum(nullptr);
+        char *name = ServerCall([&] { return get_func_name(req->funcid); });
+        if (!name) return PointerGetDatum(nullptr);
+        std::string fn = name;
+        QueryKind kind = fn == "contains" ? kContainsQuery : fn == "containswords" ? kWordListQuery : kDocQuery;
+        req->selectivity = DatumGetFloat8(SearchSel(req->root, req->args, req->varRelid, kind));
+        return PointerGetDatum(req);
+    });
 }

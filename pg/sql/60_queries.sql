@@ -8,12 +8,19 @@
 -- The query is parsed once per call site and the document is read only as
 -- far as the answer needs (a query nothing or everything matches does not
 -- open it).
+-- Planner support of the three: a call is estimated as its operator is.
+CREATE FUNCTION dt_search_support(internal) RETURNS internal
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_search_support' LANGUAGE C STRICT;
+COMMENT ON FUNCTION dt_search_support(internal) IS 'planner support of Contains, ContainsWords and DocLike: the same estimate as their operators';
 CREATE FUNCTION Contains(doc, text) RETURNS boolean
-    AS 'MODULE_PATHNAME', 'pgdoc_Contains' LANGUAGE C STABLE STRICT PARALLEL RESTRICTED;
+    AS 'MODULE_PATHNAME', 'pgdoc_Contains' LANGUAGE C STABLE STRICT PARALLEL RESTRICTED
+    SUPPORT dt_search_support;
 CREATE FUNCTION ContainsWords(doc, text) RETURNS boolean
-    AS 'MODULE_PATHNAME', 'pgdoc_ContainsWords' LANGUAGE C STABLE STRICT PARALLEL RESTRICTED;
+    AS 'MODULE_PATHNAME', 'pgdoc_ContainsWords' LANGUAGE C STABLE STRICT PARALLEL RESTRICTED
+    SUPPORT dt_search_support;
 CREATE FUNCTION DocLike(doc, doc) RETURNS boolean
-    AS 'MODULE_PATHNAME', 'pgdoc_DocLike' LANGUAGE C STABLE STRICT PARALLEL RESTRICTED;
+    AS 'MODULE_PATHNAME', 'pgdoc_DocLike' LANGUAGE C STABLE STRICT PARALLEL RESTRICTED
+    SUPPORT dt_search_support;
 
 -- A document's terms as a query, each weighted by its count: "(dog:2 or cat:1)".
 CREATE FUNCTION MakeQueryFromDoc(doc) RETURNS text
