@@ -86,13 +86,22 @@ int _dt_InitDocDesc(DocDesc &doc, const char *docfilename, DocType doctype, int 
         doc.doc_flags = kDocUnixFile;
         doc.doc_name = docfilename ? docfilename : "";
         int fd = ::open(doc.doc_name.c_str(), O_RDONLY | O_CLOEXEC);
+        int err = fd < 0 ? errno : 0;
         struct stat st;
-        if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+        if (fd >= 0) {
             // Directories, pipes and devices are no documents.
-            ::close(fd);
-            fd = -1;
+            if (fstat(fd, &st) != 0)
+                err = errno;
+            else if (!S_ISREG(st.st_mode))
+                err = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+            if (err) {
+                ::close(fd);
+                fd = -1;
+            }
         }
-        if (fd < 0) ErrorRaiseVA("XD00H", "FILENAME%s", doc.doc_name);
+        if (fd < 0)
+            ErrorRaiseVA("XD00H", "FILENAME%s", doc.doc_name, "REASON%s",
+                         err == EINVAL ? std::string("not a regular file") : std::strerror(err));
         doc.doc_fd = fd;
         return _dt_GetDocBuffer(doc);
     }
@@ -185,7 +194,15 @@ namespace {
 const char *NextWord(DocDesc &doc, bool stem, const char *operation) {
     if (doc.doc_flags & kDocExhausted) return nullptr;
     for (;;) {
-        char *w = _dt_WordFromString(doc.doc_buf, &doc.doc_windex);
+        char *w;
+        try {
+            w = _dt_WordFromString(doc.doc_buf, &doc.doc_windex);
+        } catch (const Error &e) {
+            // A word too long: say in which document.
+            if (e.code() == "XD00L" && !doc.doc_name.empty())
+                ErrorRaiseVA("XD00L", "FILENAME%s", doc.doc_name);
+            throw;
+        }
         if (*w) {
             if (!stem) {
                 doc.doc_term = w;

@@ -17,6 +17,13 @@ int _dt_random() {
 std::string _dt_MakeTempName(const std::string &directory, const std::string &fname) {
     size_t slash = fname.rfind('/');
     std::string base = slash == std::string::npos ? fname : fname.substr(slash + 1);
+    if (base.size() > kMaxTempBase) {
+        // A file name can be no longer than 255 bytes: keep the start of a
+        // long base, cut on a character boundary of UTF-8 text.
+        size_t cut = kMaxTempBase;
+        while (cut > 0 && ((unsigned char)base[cut] & 0xC0) == 0x80) cut--;
+        base.resize(cut);
+    }
     return directory + "/" + base + "." + std::to_string(_dt_random() % 100000);
 }
 

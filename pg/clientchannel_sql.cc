@@ -78,7 +78,7 @@ Datum pgdoc_PutClientFile(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         std::string from, to;
         if (!TextArg(fcinfo, 0, from) || !TextArg(fcinfo, 1, to))
-            dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "(null)", "SYNTAX%s", "string");
+            dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "NULL", "SYNTAX%s", "string");
         dt::pg::RequireServerFileRead(from);
         dt::pg::PutClientFile(from, to);
         return PointerGetDatum(dt::pg::StringToText(to));
@@ -91,7 +91,7 @@ Datum pgdoc_dt_ClientFileInfo(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         std::string client;
         if (!TextArg(fcinfo, 0, client))
-            dt::ErrorRaiseVA("22T02", "TYPE%s", "GetClientFile", "STRING%s", "(null)", "SYNTAX%s", "filename");
+            dt::ErrorRaiseVA("22T02", "TYPE%s", "dt_ClientFileInfo", "STRING%s", "NULL", "SYNTAX%s", "client file name");
         TupleDesc desc;
         dt::pg::ServerCall([&] {
             if (get_call_result_type(fcinfo, nullptr, &desc) != TYPEFUNC_COMPOSITE)

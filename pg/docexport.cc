@@ -69,7 +69,9 @@ void DeleteParam(std::string &list, const char *name) {
 }
 
 void RequireDirectory(const std::string &dir, const char *func) {
-    if (dir.empty()) dt::ErrorRaiseVA("TL001", "NAME%s", "(null directory)", "OPERATION%s", func);
+    if (dir.empty())
+        dt::ErrorRaiseVA("TL001", "NAME%s", "Directory error", "OPERATION%s", func, "REASON%s",
+                         "no directory given (an empty name)");
 }
 
 }  // namespace
@@ -98,7 +100,7 @@ void PushLargeObject(const void *value, const std::string &lohandle, const std::
 
 void OpenForPush(LargeObject &lo, const std::string &lohandle) {
     if (lohandle.empty())
-        dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "(null)", "SYNTAX%s", "string");
+        dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "NULL", "SYNTAX%s", "string");
     try {
         OpenLargeObject(lo, lohandle, false);
     } catch (const dt::Error &) {

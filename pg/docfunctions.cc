@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include "boundary.h"
@@ -49,34 +50,13 @@ void WriteAll(OutputFile &f, const char *p, size_t n) {
     }
 }
 
-std::string ReadServerFile(const std::string &path, int32 limit) {
-    int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path);
-    std::string out;
-    std::vector<char> buf(65536);
-    for (;;) {
-        ssize_t got = read(fd, buf.data(), buf.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) {
-            close(fd);
-            dt::ErrorRaiseVA("XD00P", "SIZE%d", (int)buf.size(), "FILENAME%s", path);
-        }
-        if (got == 0) break;
-        out.append(buf.data(), got);
-        if (limit >= 0 && (int32)out.size() >= limit) break;
-    }
-    close(fd);
-    if (limit >= 0 && (int32)out.size() > limit) out.resize(limit);
-    return out;
-}
-
 }  // namespace
 
 std::string DocumentText(const void *value) {
     dt::DocView d(value);
     auto handle = dt::DocLOHandleExternal(value);
     if (!handle) return dt::DocSmallText(value);
-    if (dt::IsExternalHandle(*handle)) return ReadServerFile(dt::ExternalHandlePath(*handle), -1);
+    if (dt::IsExternalHandle(*handle)) return ExternalDocText(value);
     return ReadLargeObjectText(value);
 }
 
@@ -87,7 +67,8 @@ std::string WriteDocToServerFile(const void *value, const std::string &directory
     if (f.fd < 0) {
         std::string failed = f.path;
         f.path.clear();  // not ours to remove
-        dt::ErrorRaiseVA("XD00O", "FILENAME%s", failed, "MODE%o", 769, "PERM%o", 438);
+        dt::ErrorRaiseVA("XD00O", "FILENAME%s", failed, "MODE%o", 769, "PERM%o", 438, "ACCESS%s", "writing",
+                         "REASON%s", strerror(errno));
     }
     auto handle = dt::DocLOHandleExternal(value);
     if (handle && !dt::IsExternalHandle(*handle)) {
@@ -144,7 +125,8 @@ Datum pgdoc_DocLength(PG_FUNCTION_ARGS) {
         if (handle && dt::IsExternalHandle(*handle)) {
             std::string path = dt::ExternalHandlePath(*handle);
             struct stat st;
-            if (stat(path.c_str(), &st) != 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path);
+            if (stat(path.c_str(), &st) != 0)
+                dt::ErrorRaiseVA("XD00M", "FILENAME%s", path, "REASON%s", strerror(errno));
             return Int32GetDatum((int32)st.st_size);
         }
         return Int32GetDatum(dt::DocView(v).ht_realoffset());
@@ -200,7 +182,8 @@ Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
         const void *v = dt::pg::DocArg(fcinfo, 0);
         std::string dir = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
         if (dir.empty())
-            dt::ErrorRaiseVA("TL001", "NAME%s", "(null directory)", "OPERATION%s", "GetDocInternal");
+            dt::ErrorRaiseVA("TL001", "NAME%s", "Directory error", "OPERATION%s", "GetDocInternal",
+                             "REASON%s", "no directory given (an empty name)");
         dt::pg::RequireRole(ROLE_PG_WRITE_SERVER_FILES, "pg_write_server_files",
                             "write server files with GetDocInternal");
         std::string file = dt::pg::WriteDocToServerFile(v, dir);

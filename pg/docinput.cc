@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "boundary.h"
@@ -46,8 +47,13 @@ struct FdOwner {
 int SmallLimit(const std::string &spec) {
     auto limit = dt::FindParamValue("ExpandLimit", spec);
     if (!limit) return dt::kSmallDocLimit;
-    int value = std::atoi(limit->c_str());
-    if (value >= dt::kMaxExpandLimit + 1)
+    // Only a plain decimal number from 0 to the largest limit: a sign,
+    // letters, blanks or an empty value are refused like a number too large.
+    bool digits = !limit->empty() && limit->size() <= 9;
+    for (char c : *limit)
+        if (c < '0' || c > '9') digits = false;
+    int value = digits ? std::atoi(limit->c_str()) : dt::kMaxExpandLimit + 1;
+    if (value > dt::kMaxExpandLimit)
         dt::User_ErrorRaise("ExpandLimit can be no larger than 2048, received " + *limit);
     return value;
 }
@@ -58,7 +64,9 @@ std::string ReadSmallText(int fd, int32_t size, const std::string &orig) {
     while (off < (size_t)size) {
         ssize_t got = read(fd, &text[off], size - off);
         if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) dt::ErrorRaiseVA("XD00P", "SIZE%d", 8084, "FILENAME%s", orig);
+        if (got <= 0)
+            dt::ErrorRaiseVA("XD00P", "SIZE%d", 8084, "FILENAME%s", orig, "REASON%s",
+                             got < 0 ? strerror(errno) : "the file ended early");
         off += (size_t)got;
     }
     return text;
@@ -72,8 +80,11 @@ std::string _dt_ExtDoc(dt::DocHeader header, const std::string &filename) {
                          "absolute server path for an ExternalFile document");
     RequireServerFileRead(filename);
     struct stat st;
-    if (stat(filename.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
-        dt::ErrorRaiseVA("XD00M", "FILENAME%s", filename);
+    if (stat(filename.c_str(), &st) != 0)
+        dt::ErrorRaiseVA("XD00M", "FILENAME%s", filename, "REASON%s", strerror(errno));
+    if (!S_ISREG(st.st_mode))
+        dt::ErrorRaiseVA("XD00M", "FILENAME%s", filename, "REASON%s",
+                         S_ISDIR(st.st_mode) ? strerror(EISDIR) : "not a regular file");
     if (st.st_size > 0x7FFFFFFF) dt::ErrorRaiseVA("XD00P", "SIZE%d", 0x7FFFFFFF, "FILENAME%s", filename);
     return dt::MakeExternalDocValue(std::move(header), filename, (int32_t)st.st_size);
 }
@@ -81,6 +92,10 @@ std::string _dt_ExtDoc(dt::DocHeader header, const std::string &filename) {
 std::string _dt_FinishInput(dt::DocHeader header, const std::string &orig_filename) {
     std::string spec = dt::DocSpec(header.bytes.data());
     if (HasParam(spec, "ExternalFile")) return _dt_ExtDoc(std::move(header), orig_filename);
+    if (orig_filename.empty())
+        dt::ErrorRaiseVA("22T02", "TYPE%s", "doc", "STRING%s", "\"\"", "SYNTAX%s",
+                         "document: name a file, optionally after a format specification and a colon "
+                         "(format(ascii):/path/to/file)");
     // A bad ExpandLimit is refused before anything is fetched.
     int smalllimit = SmallLimit(spec);
 
@@ -92,7 +107,8 @@ std::string _dt_FinishInput(dt::DocHeader header, const std::string &orig_filena
     int32_t size = 0;
     if (copy) {
         struct stat st;
-        if (stat(received.path.c_str(), &st) != 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", received.path);
+        if (stat(received.path.c_str(), &st) != 0)
+            dt::ErrorRaiseVA("XD00M", "FILENAME%s", received.path, "REASON%s", strerror(errno));
         if (st.st_size > 0x7FFFFFFF)
             dt::ErrorRaiseVA("XD00P", "SIZE%d", 0x7FFFFFFF, "FILENAME%s", orig_filename);
         size = (int32_t)st.st_size;
@@ -108,7 +124,7 @@ std::string _dt_FinishInput(dt::DocHeader header, const std::string &orig_filena
         TempFileRegister(target);
         converted.path = target;
         auto result = formatconvert(spec + ":" + received.path, "format(ascii):" + target);
-        if (!result) dt::ErrorRaiseVA("XD00N", "IN%s", spec, "FILENAME%s", orig_filename);
+        if (!result) RaiseConversionFailed(spec, orig_filename);
         scanpath = dt::SpecPath(*result);
     }
     DocDescPtr desc;
@@ -119,7 +135,9 @@ std::string _dt_FinishInput(dt::DocHeader header, const std::string &orig_filena
 
     FdOwner in;
     in.fd = open(received.path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in.fd < 0) dt::ErrorRaiseVA("XD00O", "FILENAME%s", orig_filename, "MODE%o", 0, "PERM%o", 292);
+    if (in.fd < 0)
+        dt::ErrorRaiseVA("XD00O", "FILENAME%s", orig_filename, "MODE%o", 0, "PERM%o", 292, "ACCESS%s", "reading",
+                         "REASON%s", strerror(errno));
 
     if (copy && size <= smalllimit)
         return dt::MakeSmallDocValue(std::move(header), ReadSmallText(in.fd, size, orig_filename));

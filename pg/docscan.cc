@@ -3,6 +3,7 @@
 #include "doclayout.h"
 #include "conversion.h"
 #include "formatspec.h"
+#include "boundary.h"
 #include "tempfile.h"
 #include "wordnet.h"
 
@@ -10,7 +11,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <exception>
+#include <memory>
 
 namespace dt::pg {
 
@@ -57,6 +60,51 @@ std::string TextToTempFile(const std::string &text, const std::string &base) {
     return path;
 }
 
+// The open external file of a document and the stored bytes not yet read.
+struct ExternalFile {
+    int fd = -1;
+    int32_t size = 0;  // the stored length
+    int32_t left = 0;
+    std::string handle, path;
+    ~ExternalFile() {
+        if (fd >= 0) close(fd);
+    }
+};
+
+[[noreturn]] void RaiseExternal(const ExternalFile &f, const std::string &operation, const std::string &reason) {
+    dt::ErrorRaiseVA("TL001", "NAME%s", "Large object error", "OPERATION%s", operation, "FILENAME%s", f.path,
+                     "REASON%s", reason);
+}
+
+std::shared_ptr<ExternalFile> OpenExternal(const void *value) {
+    auto f = std::make_shared<ExternalFile>();
+    f->handle = *dt::DocLOHandleExternal(value);
+    f->path = dt::ExternalHandlePath(f->handle);
+    f->size = f->left = dt::DocView(value).ht_realoffset();
+    f->fd = open(f->path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (f->fd < 0) RaiseExternal(*f, "Open of large object " + f->handle, strerror(errno));
+    return f;
+}
+
+// Up to want bytes of what is left; 0 once the stored length was read.
+int ReadExternal(ExternalFile &f, char *buf, int want) {
+    if (want > f.left) want = f.left;
+    int got = 0;
+    while (got < want) {
+        ssize_t r = read(f.fd, buf + got, (size_t)(want - got));
+        if (r < 0 && errno == EINTR) continue;
+        if (r <= 0) {
+            std::string op = "read of " + std::to_string(f.size) + " bytes from large object " + f.handle;
+            RaiseExternal(f, op,
+                          r < 0 ? std::string(strerror(errno))
+                                : "the file is shorter than when the document was stored");
+        }
+        got += (int)r;
+    }
+    f.left -= got;
+    return got;
+}
+
 void ReadAll(DocScan &scan) {
     WordnetScope wn;
     DocDesc &d = *scan.desc;
@@ -65,6 +113,38 @@ void ReadAll(DocScan &scan) {
 }
 
 }  // namespace
+
+void RaiseConversionFailed(const std::string &spec, const std::string &filename) {
+    std::string from = dt::DocFormatName(spec);
+    bool registered = dt::IsConvertible(spec, "ascii", [] { return DtReadConvTable(kConvTableName); });
+    dt::ErrorRaiseVA("XD00N", "IN%s", spec, "FILENAME%s", filename, "REASON%s",
+                     registered ? "a conversion step from " + from + " to ascii failed"
+                                : "no conversion from " + from + " to ascii is registered in DocumentConversions");
+}
+
+dt::DocSource ExternalDocSource(const void *value) {
+    std::shared_ptr<ExternalFile> f = OpenExternal(value);
+    dt::DocSource src;
+    src.name = f->path;
+    src.fd = f->fd;
+    src.read = [f](char *buf, int want) { return ReadExternal(*f, buf, want); };
+    src.close = [f] {
+        if (f->fd >= 0) close(f->fd);
+        f->fd = -1;
+    };
+    return src;
+}
+
+std::string ExternalDocText(const void *value) {
+    std::shared_ptr<ExternalFile> f = OpenExternal(value);
+    std::string text((size_t)f->left, '\0');
+    size_t off = 0;
+    while (f->left > 0) {
+        CheckInterrupts();
+        off += (size_t)ReadExternal(*f, &text[off], f->left < 65536 ? f->left : 65536);
+    }
+    return text;
+}
 
 DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll) {
     auto scan = std::make_unique<DocScan>();
@@ -111,7 +191,7 @@ DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll) {
             throw;
         }
         if (!smallfile.empty()) TempFileRemove(smallfile);
-        if (!result) dt::ErrorRaiseVA("XD00N", "IN%s", spec, "FILENAME%s", path);
+        if (!result) RaiseConversionFailed(spec, path);
         std::string converted = dt::SpecPath(*result);
         if (converted != target) {
             TempFileRemove(target);
@@ -119,7 +199,7 @@ DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll) {
         }
         _dt_InitDocDesc(*scan->desc, converted.c_str(), UnixDocType, 0);
     } else if (external) {
-        _dt_InitDocDesc(*scan->desc, dt::ExternalHandlePath(*handle).c_str(), UnixDocType, 0);
+        _dt_InitDocDesc(*scan->desc, nullptr, LODocType, 0, ExternalDocSource(value));
     } else {
         const char *text = reinterpret_cast<const char *>(dt::DocLOHandle(value));
         int len = v.ht_realoffset();
