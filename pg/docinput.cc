@@ -74,6 +74,13 @@ std::string ReadSmallText(int fd, int32_t size, const std::string &orig) {
 
 }  // namespace
 
+namespace {
+// The rest of entering a document once its text is in the temporary file
+// receivedpath (removed by the caller): conversion, scan, storage.
+std::string FinishReceived(dt::DocHeader header, const std::string &spec, int smalllimit,
+                           const std::string &receivedpath, const std::string &orig_filename);
+}  // namespace
+
 std::string _dt_ExtDoc(dt::DocHeader header, const std::string &filename) {
     if (filename.empty() || filename[0] != '/')
         dt::ErrorRaiseVA("22T02", "TYPE%s", "doc", "STRING%s", filename, "SYNTAX%s",
@@ -102,13 +109,31 @@ std::string _dt_FinishInput(dt::DocHeader header, const std::string &orig_filena
     TempFileOwner received;
     received.path = TempFileName(orig_filename.empty() ? "doc" : orig_filename);
     GetClientFile(orig_filename.c_str(), received.path.c_str());
+    return FinishReceived(std::move(header), spec, smalllimit, received.path, orig_filename);
+}
 
+std::string _dt_DocFromText(dt::DocHeader header, const std::string &text) {
+    std::string spec = dt::DocSpec(header.bytes.data());
+    std::string name = dt::DocPath(header.bytes.data());
+    if (HasParam(spec, "ExternalFile"))
+        dt::ErrorRaiseVA("22T02", "TYPE%s", "dt_FromText", "STRING%s", spec, "SYNTAX%s",
+                         "specification for a text (ExternalFile names a server file)");
+    int smalllimit = SmallLimit(spec);
+    TempFileOwner received;
+    received.path = TextToTempFile(text, name.empty() ? "text" : name);
+    return FinishReceived(std::move(header), spec, smalllimit, received.path, name);
+}
+
+namespace {
+
+std::string FinishReceived(dt::DocHeader header, const std::string &spec, int smalllimit,
+                           const std::string &receivedpath, const std::string &orig_filename) {
     bool copy = !HasParam(spec, "NoCopyText");
     int32_t size = 0;
     if (copy) {
         struct stat st;
-        if (stat(received.path.c_str(), &st) != 0)
-            dt::ErrorRaiseVA("XD00M", "FILENAME%s", received.path, "REASON%s", strerror(errno));
+        if (stat(receivedpath.c_str(), &st) != 0)
+            dt::ErrorRaiseVA("XD00M", "FILENAME%s", receivedpath, "REASON%s", strerror(errno));
         if (st.st_size > 0x7FFFFFFF)
             dt::ErrorRaiseVA("XD00P", "SIZE%d", 0x7FFFFFFF, "FILENAME%s", orig_filename);
         size = (int32_t)st.st_size;
@@ -118,23 +143,27 @@ std::string _dt_FinishInput(dt::DocHeader header, const std::string &orig_filena
     // are converted to a temporary text file first.
     auto format = dt::FindParamValue("format", spec);
     TempFileOwner converted;
-    std::string scanpath = received.path;
+    std::string scanpath = receivedpath;
     if (format && *format != "ascii") {
-        std::string target = TempFileName(received.path) + ".docinp";
+        std::string target = TempFileName(receivedpath) + ".docinp";
         TempFileRegister(target);
         converted.path = target;
-        auto result = formatconvert(spec + ":" + received.path, "format(ascii):" + target);
+        auto result = formatconvert(spec + ":" + receivedpath, "format(ascii):" + target);
         if (!result) RaiseConversionFailed(spec, orig_filename);
         scanpath = dt::SpecPath(*result);
     }
     DocDescPtr desc;
-    {
+    try {
         WordnetScope wn;
         desc = _dt_PrepareUnixDoc(scanpath.c_str(), ServerStemHooks());
+    } catch (const dt::Error &e) {
+        // The scan reads a temporary copy: name the document as entered.
+        if (e.code() == "XD00L") dt::ErrorRaiseVA("XD00L", "FILENAME%s", orig_filename);
+        throw;
     }
 
     FdOwner in;
-    in.fd = open(received.path.c_str(), O_RDONLY | O_CLOEXEC);
+    in.fd = open(receivedpath.c_str(), O_RDONLY | O_CLOEXEC);
     if (in.fd < 0)
         dt::ErrorRaiseVA("XD00O", "FILENAME%s", orig_filename, "MODE%o", 0, "PERM%o", 292, "ACCESS%s", "reading",
                          "REASON%s", strerror(errno));
@@ -147,5 +176,7 @@ std::string _dt_FinishInput(dt::DocHeader header, const std::string &orig_filena
     return dt::MakeLODocValue(std::move(header), dt::MakeOwnedHandle(oid), size, copy,
                               desc->doc_wordcnt(), desc->doc_hashentries());
 }
+
+}  // namespace
 
 }  // namespace dt::pg

@@ -40,25 +40,6 @@ WordnetScope::~WordnetScope() {
 
 namespace {
 
-// Writes text to a new registered temporary file; returns its name.
-std::string TextToTempFile(const std::string &text, const std::string &base) {
-    std::string path = TempFileName(base);
-    int fd = TempFileCreate(path);
-    if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path);
-    size_t off = 0;
-    while (off < text.size()) {
-        ssize_t w = write(fd, text.data() + off, text.size() - off);
-        if (w < 0 && errno == EINTR) continue;
-        if (w <= 0) {
-            close(fd);
-            TempFileRemove(path);
-            dt::ErrorRaiseVA("XD00S", "SIZE%d", (int)(text.size() - off), "FILENAME%s", path);
-        }
-        off += (size_t)w;
-    }
-    close(fd);
-    return path;
-}
 
 // The open external file of a document and the stored bytes not yet read.
 struct ExternalFile {
@@ -113,6 +94,26 @@ void ReadAll(DocScan &scan) {
 }
 
 }  // namespace
+
+// Writes text to a new registered temporary file; returns its name.
+std::string TextToTempFile(const std::string &text, const std::string &base) {
+    std::string path = TempFileName(base);
+    int fd = TempFileCreate(path);
+    if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path);
+    size_t off = 0;
+    while (off < text.size()) {
+        ssize_t w = write(fd, text.data() + off, text.size() - off);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) {
+            close(fd);
+            TempFileRemove(path);
+            dt::ErrorRaiseVA("XD00S", "SIZE%d", (int)(text.size() - off), "FILENAME%s", path);
+        }
+        off += (size_t)w;
+    }
+    close(fd);
+    return path;
+}
 
 void RaiseConversionFailed(const std::string &spec, const std::string &filename) {
     std::string from = dt::DocFormatName(spec);

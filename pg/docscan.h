@@ -33,6 +33,10 @@ using DocScanPtr = std::unique_ptr<DocScan>;
 // (XD00N when that fails).
 DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll);
 
+// Writes text to a new registered temporary file named after base;
+// returns its name.
+std::string TextToTempFile(const std::string &text, const std::string &base);
+
 // Raises XD00N for a document that could not be converted to text, with
 // the reason: no conversion registered from its format to ascii, or a step
 // of the conversion failed.
