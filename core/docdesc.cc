@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "ctypefast.h"
+#include "charclass.h"
 #include "error.h"
 #include "tokenizer.h"
 
@@ -180,14 +180,16 @@ int _dt_GetDocBuffer(DocDesc &doc) {
 
 bool _dt_GetStem(char *word, const StemHooks &hooks, std::string &term) {
     if (word[0] == ')' || word[0] == '(' || word[0] == '!') return false;
-    for (char *p = word; *p; p++)
-        if (IsUpperChar((unsigned char)*p)) *p = ToLowerChar((unsigned char)*p);
-    if (hooks.isStopWord && hooks.isStopWord(word)) return false;
+    size_t len = std::strlen(word);
+    std::string lower = FoldCase(word, len);
+    // In place as well, when folding kept the length (always for ASCII).
+    if (lower.size() == len) std::memcpy(word, lower.data(), len);
+    if (hooks.isStopWord && hooks.isStopWord(lower.c_str())) return false;
     if (!hooks.stemWord) {
-        term = word;
+        term = std::move(lower);
         return true;
     }
-    return hooks.stemWord(word, term);
+    return hooks.stemWord(lower.c_str(), term);
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #include "module.h"
 #include "clientchannel.h"
 #include "tempfile.h"
+#include "wordcharset.h"
 #include "wordnet.h"
 
 #include <sys/stat.h>
@@ -72,6 +73,7 @@ void _PG_init(void) {
     dt::pg::DefineTextAnalysisSettings();
     MarkGUCPrefixReserved("document");
     dt::pg::TempFileInit();
+    dt::pg::StartWordCharset();
     // Backends killed without a chance to clean up leave their directories
     // of temporary files behind; whoever loads the library next removes them.
     dt::pg::SweepDeadBackendDirs();
