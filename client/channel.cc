@@ -159,8 +159,10 @@ void NoticeReceiver(void *arg, const PGresult *res) {
     const char *msg = PQresultErrorField(res, PG_DIAG_MESSAGE_PRIMARY);
     std::string m = msg ? msg : "";
     if (std::strcmp(code, dt::channel::kPullNotice) == 0) {
+        const char *detail = PQresultErrorField(res, PG_DIAG_MESSAGE_DETAIL);
         ch.pendingPull = m;
         ch.havePendingPull = true;
+        ch.pendingPullLimit = detail && *detail ? std::atoll(detail) : -1;
     } else if (std::strcmp(code, dt::channel::kPushBegin) == 0) {
         const char *detail = PQresultErrorField(res, PG_DIAG_MESSAGE_DETAIL);
         PushBegin(ch, m, detail ? std::atoll(detail) : 0);
@@ -178,8 +180,10 @@ void ServeCopyIn(Channel &ch) {
         return;
     }
     std::string name = ch.pendingPull;
+    long long limit = ch.pendingPullLimit;
     ch.havePendingPull = false;
     ch.pendingPull.clear();
+    ch.pendingPullLimit = -1;
     Trace(ch, "pull " + name);
 
     auto refuse = [&](const char *word, const std::string &why) {
@@ -216,6 +220,13 @@ void ServeCopyIn(Channel &ch) {
             PQputCopyEnd(conn, nullptr);
             break;
         }
+        // The server takes no more than the limit and ignores what follows
+        // its error, so a longer file (or an endless one, /dev/zero) is
+        // refused here rather than sent on.
+        if (limit >= 0 && sent + r > limit) {
+            refuse(dt::channel::kRefuseLimit, "the file is longer than " + std::to_string(limit) + " bytes");
+            break;
+        }
         if (PQputCopyData(conn, buf, (int)r) != 1) break;  // the connection failed; PQgetResult reports it
         sent += r;
         ProgressUpdate(progress, sent);
@@ -233,6 +244,7 @@ void EndStatement(Channel &ch) {
     ch.push = PushState();
     ch.havePendingPull = false;
     ch.pendingPull.clear();
+    ch.pendingPullLimit = -1;
 }
 
 }  // namespace docsql

@@ -38,6 +38,7 @@ struct Channel {
     bool progressAllowed = true;
     std::string pendingPull;   // named by the last pull notice
     bool havePendingPull = false;
+    long long pendingPullLimit = -1;  // most bytes the server takes (-1: not given)
     PushState push;
     std::string error;         // a client-side failure of this statement
 };

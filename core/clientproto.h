@@ -2,10 +2,14 @@
 // carry it, the refusal texts, and the text encoding of pushed data.
 //
 // A pull (the server reads a client file):
-//   INFO notice, SQLSTATE kPullNotice, message = the client file name;
-//   then the copy-in sub-protocol: the client sends the file's bytes as
-//   CopyData messages of at most kChunkSize bytes and ends with CopyDone, or
-//   refuses with CopyFail whose text begins with one of the kRefuse* words.
+//   INFO notice, SQLSTATE kPullNotice, message = the client file name,
+//   detail = the most bytes the server takes (the document limit, or less
+//   under temp_file_limit); then the copy-in sub-protocol: the client sends
+//   the file's bytes as CopyData messages of at most kChunkSize bytes and
+//   ends with CopyDone, or refuses with CopyFail whose text begins with one
+//   of the kRefuse* words.  A client that would send more than the limit
+//   refuses with kRefuseLimit instead; the server stops at the limit in any
+//   case.
 // A push (the server writes a client file), only to sessions that set
 // document.client_channel = on:
 //   INFO kPushBegin   message = the client file name, detail = its size
@@ -33,6 +37,7 @@ constexpr const char *kSettingName = "document.client_channel";
 constexpr const char *kRefuseOpen = "open";         // could not open the file
 constexpr const char *kRefuseRead = "read";         // a read failed part way
 constexpr const char *kRefuseInterrupt = "interrupt";  // the user interrupted
+constexpr const char *kRefuseLimit = "limit";       // the file is longer than the pull's limit
 
 bool IsChannelCode(const char *sqlstate);
 

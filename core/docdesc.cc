@@ -4,13 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
 
 #include "charclass.h"
+#include "doclayout.h"
 #include "error.h"
+#include "regularfile.h"
 #include "tokenizer.h"
+#include "interrupt.h"
 
 namespace dt {
 
@@ -21,11 +25,27 @@ namespace {
 int ReadSource(DocDesc &doc, char *buf, int want) {
     int got = 0;
     while (got < want) {
+        PollInterrupts();
         int n;
         if (doc.doc_flags & kDocUnixFile) {
-            ssize_t r = ::read(doc.doc_fd, buf + got, (size_t)(want - got));
-            if (r < 0 && errno == EINTR) continue;
-            n = (int)r;
+            if (doc.doc_ahead_pos == doc.doc_ahead_len) {
+                if (doc.doc_ahead.empty()) doc.doc_ahead.resize(kReadAhead);
+                ssize_t r = ::read(doc.doc_fd, doc.doc_ahead.data(), doc.doc_ahead.size());
+                if (r < 0 && errno == EINTR) continue;
+                if (r < 0) return (int)r;
+                if (r == 0) break;
+                // A file that grew past the largest document while it is read.
+                if ((doc.doc_filebytes += r) > doc.doc_maxbytes)
+                    throw Error::User("server file \"" + doc.doc_name + "\" is longer than the largest document (" +
+                                          std::to_string(doc.doc_maxbytes) + " bytes)",
+                                      "54000");
+                doc.doc_ahead_pos = 0;
+                doc.doc_ahead_len = (size_t)r;
+            }
+            size_t take = std::min((size_t)(want - got), doc.doc_ahead_len - doc.doc_ahead_pos);
+            std::memcpy(buf + got, doc.doc_ahead.data() + doc.doc_ahead_pos, take);
+            doc.doc_ahead_pos += take;
+            n = (int)take;
         } else if (doc.doc_source.read) {
             n = doc.doc_source.read(buf + got, want - got);
         } else {
@@ -84,24 +104,14 @@ int _dt_InitDocDesc(DocDesc &doc, const char *docfilename, DocType doctype, int 
     switch (doctype) {
     case UnixDocType: {
         doc.doc_flags = kDocUnixFile;
+        doc.doc_filebytes = 0;
+        doc.doc_ahead_pos = doc.doc_ahead_len = 0;
         doc.doc_name = docfilename ? docfilename : "";
-        int fd = ::open(doc.doc_name.c_str(), O_RDONLY | O_CLOEXEC);
-        int err = fd < 0 ? errno : 0;
-        struct stat st;
-        if (fd >= 0) {
-            // Directories, pipes and devices are no documents.
-            if (fstat(fd, &st) != 0)
-                err = errno;
-            else if (!S_ISREG(st.st_mode))
-                err = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
-            if (err) {
-                ::close(fd);
-                fd = -1;
-            }
-        }
-        if (fd < 0)
-            ErrorRaiseVA("XD00H", "FILENAME%s", doc.doc_name, "REASON%s",
-                         err == EINVAL ? std::string("not a regular file") : std::strerror(err));
+        // Directories, pipes and devices are no documents.
+        long long size = 0;
+        std::string why;
+        int fd = OpenRegularFile(doc.doc_name, &size, &why);
+        if (fd < 0) ErrorRaiseVA("XD00H", "FILENAME%s", doc.doc_name, "REASON%s", why);
         doc.doc_fd = fd;
         return _dt_GetDocBuffer(doc);
     }
@@ -152,6 +162,11 @@ int _dt_GetDocBuffer(DocDesc &doc) {
         doc.doc_buf[keep] = '\0';
         want = kDocBufSize - keep;
     }
+    // The last white space of the kept bytes after the first (0: none);
+    // they stay the same while new data is read behind them.
+    int lastKept = keep - 1;
+    while (lastKept > 0 && !IsSpaceChar((unsigned char)doc.doc_buf[lastKept])) lastKept--;
+    if (lastKept < 0) lastKept = 0;
     for (;;) {
         int got = ReadSource(doc, doc.doc_buf + keep, want);
         doc.doc_windex = 0;
@@ -166,8 +181,12 @@ int _dt_GetDocBuffer(DocDesc &doc) {
             return 0;
         }
         doc.doc_buf[keep + got] = '\0';
+        // The last white space after the first byte: in the new data, else
+        // in the kept bytes.
+        int low = keep > 1 ? keep : 1;
         int i = keep + got - 1;
-        while (i > 0 && !IsSpaceChar((unsigned char)doc.doc_buf[i])) i--;
+        while (i >= low && !IsSpaceChar((unsigned char)doc.doc_buf[i])) i--;
+        if (i < low) i = lastKept;
         if (i == 0) {
             // No white space after the first byte: this buffer's data is
             // dropped and the same place is read again.
@@ -196,6 +215,7 @@ namespace {
 const char *NextWord(DocDesc &doc, bool stem, const char *operation) {
     if (doc.doc_flags & kDocExhausted) return nullptr;
     for (;;) {
+        PollInterrupts();
         char *w;
         try {
             w = _dt_WordFromString(doc.doc_buf, &doc.doc_windex);
@@ -237,8 +257,7 @@ int _dt_AddStopWordToHash(const char *word, DocDesc &doc) {
 }
 
 int _dt_IsWordInDoc(const char *data, size_t len, DocDesc &doc) {
-    if (_dt_HashTextLookup(data, len, doc.doc_wordhashtab.heads[_dt_HashTextVal(data, len)]))
-        return 1;
+    if (WordHashFind(doc.doc_wordhashtab, data, len)) return 1;
     while (const char *t = _dt_GetWordFromDoc(doc)) {
         int present = _dt_AddWordToHash(t, doc);
         if (!present && std::strlen(t) == len && std::memcmp(t, data, len) == 0) return 1;

@@ -18,12 +18,16 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "doclayout.h"
 #include "wordhash.h"
 
 namespace dt {
 
 constexpr int kDocBufSize = 2048;
+// How much of a server file is read at once (handed to the buffer as it asks).
+constexpr size_t kReadAhead = 65536;
 
 // The kinds of source, as doc_flags bits (a large object has neither bit).
 enum DocType { LODocType = 0, UnixDocType = 2, SmallDocType = 4 };
@@ -54,6 +58,12 @@ struct DocDesc {
     WordHash doc_wordhashtab;  // 97 buckets, counters, iteration cursor
     int doc_windex = 0;        // scan position in doc_buf
     int doc_fd = -1;           // open source descriptor, -1 when none
+    long long doc_filebytes = 0;  // bytes read from a server file so far
+    long long doc_maxbytes = kMaxDocumentBytes;  // most bytes a server file may have
+    // Bytes read ahead from a server file and not yet handed to doc_buf
+    // (the buffer asks for a few bytes at a time in some texts).
+    std::vector<char> doc_ahead;
+    size_t doc_ahead_pos = 0, doc_ahead_len = 0;
     char doc_buf[kDocBufSize + 1] = {};
     int doc_len = 0;           // valid bytes in doc_buf
     int doc_flags = 0;         // kDocExhausted | kDocUnixFile | kDocSmall

@@ -30,6 +30,8 @@ constexpr int16_t DOC_FLAG_LO = 1;      // contents part is a large-object handl
 constexpr int16_t DOC_FLAG_NOCOPY = 2;  // the large object holds no text
 constexpr int kSmallDocLimit = 100;     // default largest in-row text
 constexpr int kMaxExpandLimit = 2048;   // largest ExpandLimit
+// The largest document text: its length is a signed 32-bit offset.
+constexpr long long kMaxDocumentBytes = 0x7FFFFFFF;
 extern const char *const kDefaultFormatSpec;  // "format(ascii)"
 
 

@@ -133,12 +133,27 @@ Error::Error(std::string code, std::vector<ErrorParam> params)
 
 Error Error::User(std::string text, std::string sqlstate, std::string detail, std::string hint) {
     Error e;
-    if (!hint.empty()) e.params_.push_back({"HINT", std::move(hint)});
+    e.hint_ = std::move(hint);
     e.userDetail_ = std::move(detail);
     e.code_ = std::move(sqlstate);
     e.message_ = std::move(text);
     e.user_ = true;
     return e;
+}
+
+Error Error::Server(std::string sqlstate, std::string message, std::string detail, std::string hint,
+                    std::string context) {
+    Error e = User(std::move(message), std::move(sqlstate), std::move(detail));
+    e.hint_ = std::move(hint);
+    e.context_ = std::move(context);
+    e.server_ = true;
+    return e;
+}
+
+std::string Error::hint() const {
+    if (!hint_.empty()) return hint_;
+    const std::string *h = param("HINT");
+    return h ? *h : std::string();
 }
 
 const std::string *Error::param(const std::string &name) const {
@@ -159,6 +174,31 @@ std::string Error::detail() const {
         d += p.name + "=" + p.value;
     }
     return d;
+}
+
+size_t Utf8PrefixLength(const char *text, size_t len, size_t max) {
+    if (len <= max) return len;
+    // Walk whole characters from the start; stop before the one that would
+    // pass max.
+    const unsigned char *s = reinterpret_cast<const unsigned char *>(text);
+    size_t i = 0;
+    while (i < max) {
+        unsigned char c = s[i];
+        size_t n = c < 0x80 ? 1 : (c & 0xE0) == 0xC0 ? 2 : (c & 0xF0) == 0xE0 ? 3 : (c & 0xF8) == 0xF0 ? 4 : 1;
+        // A sequence cut short by the end of the text, or with a byte that
+        // does not continue it, is taken one byte at a time.
+        if (n > 1) {
+            if (i + n > len) n = 1;
+            for (size_t k = 1; k < n; k++)
+                if ((s[i + k] & 0xC0) != 0x80) {
+                    n = 1;
+                    break;
+                }
+        }
+        if (i + n > max) break;
+        i += n;
+    }
+    return i;
 }
 
 namespace detail {

@@ -15,6 +15,7 @@
 // (see pg/boundary.h); nothing else may catch it silently.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <string>
@@ -36,12 +37,22 @@ public:
     // A ready-text error (User_ErrorRaise).  sqlstate defaults to 22023.
     static Error User(std::string text, std::string sqlstate = "22023", std::string detail = "",
                       std::string hint = "");
+    // An error of the server passed through the module: its hint and its
+    // context (the server's "CONTEXT:" lines) are kept as the server gave
+    // them, so that they reach the client unchanged.
+    static Error Server(std::string sqlstate, std::string message, std::string detail, std::string hint,
+                        std::string context);
 
     const std::string &code() const { return code_; }
     const std::vector<ErrorParam> &params() const { return params_; }
     // Value of a named parameter, or nullptr.
     const std::string *param(const std::string &name) const;
     bool isUser() const { return user_; }
+    bool fromServer() const { return server_; }
+    // The hint: a server error's own, else the HINT parameter ("" if none).
+    std::string hint() const;
+    // A server error's context lines ("" for the module's own errors).
+    const std::string &context() const { return context_; }
 
     // The readable message: the catalogue text with parameters filled in,
     // or the ready text of a user error.
@@ -60,8 +71,17 @@ private:
     std::vector<ErrorParam> params_;
     std::string message_;
     std::string userDetail_;
+    std::string hint_;
+    std::string context_;
     bool user_ = false;
+    bool server_ = false;
 };
+
+// The longest prefix of text[0..len) of at most max bytes that does not end
+// inside a UTF-8 character (a well-formed sequence is never split; a byte
+// that starts no valid sequence counts as one character).  Error texts are
+// cut with it when they must fit a fixed buffer.
+size_t Utf8PrefixLength(const char *text, size_t len, size_t max);
 
 // The message catalogue: the template text of a code, with {NAME} marking
 // where a parameter goes; nullptr for an unknown code.

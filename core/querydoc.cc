@@ -6,6 +6,7 @@
 
 #include "charclass.h"
 #include "tokenizer.h"
+#include "interrupt.h"
 
 namespace dt {
 
@@ -40,6 +41,7 @@ DocExprNode *_dt_MakeExprFromStr(ExprArena &arena, const QueryStemmer &stemmer, 
     bool seen = false;
     int idx = 0;
     for (;;) {
+        PollInterrupts();
         std::string tok = _dt_WordFromString(str, &idx);
         if (tok.empty()) break;
         seen = true;
@@ -65,6 +67,7 @@ DocExprNode *_dt_MakeExprFromDoc(ExprArena &arena, WordHash &doc) {
     RewindTerms(doc);
     DocExprNode *tree = nullptr;
     while (DtWordHash *e = _dt_NextTerm(doc)) {
+        PollInterrupts();
         std::string stem = e->hashw_word.substr(0, kMaxWordLen - 1);
         DocExprNode *leaf = _dt_MakeStemmedExprNode(arena, stem, EXPR_WORD);
         leaf->node_querycnt = e->hashw_cnt;
@@ -79,6 +82,7 @@ std::string MakeQueryFromDoc(WordHash &doc) {
     size_t len = 2;
     int terms = 0;
     while (DtWordHash *e = _dt_NextTerm(doc)) {
+        PollInterrupts();
         len += e->hashw_word.size() + 1 + std::to_string(e->hashw_cnt).size();
         terms++;
     }
@@ -89,6 +93,7 @@ std::string MakeQueryFromDoc(WordHash &doc) {
     RewindTerms(doc);
     bool first = true;
     while (DtWordHash *e = _dt_NextTerm(doc)) {
+        PollInterrupts();
         if (!first) out += " or ";
         first = false;
         out += e->hashw_word;

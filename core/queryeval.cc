@@ -7,6 +7,7 @@
 #include "queryoptions.h"
 #include "queryparse.h"
 #include "queryrewrite.h"
+#include "interrupt.h"
 
 namespace dt {
 
@@ -37,6 +38,7 @@ int Eval(DocExprNode *e, const DocTermSource &doc, int depth) {
         ErrorRaiseVA("XD00B", "OP%d", e->node_op);
     }
     for (size_t i = spine.size(); i-- > 0;) {
+        PollInterrupts();
         DocExprNode *n = spine[i];
         switch (n->node_op) {
         case EXPR_AND:
@@ -67,6 +69,7 @@ bool LazyWordLookup(WordHash &seen, const std::function<bool(std::string *term)>
     if (WordHashFind(seen, word.data(), word.size())) return true;
     std::string term;
     while (nextTerm && nextTerm(&term)) {
+        PollInterrupts();
         if (_dt_AddWordToHash(term.data(), term.size(), seen) == 0 && term == word) return true;
     }
     return false;

@@ -1,4 +1,5 @@
 #include "queryprint.h"
+#include "interrupt.h"
 
 #include <cstdio>
 #include <cstring>
@@ -51,6 +52,7 @@ void Append(std::string &out, const DocExprNode *n, int depth) {
         }
     }
     for (size_t i = spine.size(); i-- > 0;) {
+        PollInterrupts();
         out += OpText(spine[i]->node_op);
         Append(out, spine[i]->node_right, depth + 1);
         out += ')';

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "error.h"
+#include "interrupt.h"
 
 namespace dt {
 
@@ -164,6 +165,7 @@ DocExprNode *Rewrite(ExprArena &arena, DocExprNode *t, int depth) {
     }
     DocExprNode *result = RewriteLeaf(arena, t, depth);
     while (!spine.empty()) {
+        PollInterrupts();
         DocExprNode *n = spine.back();
         spine.pop_back();
         result = n->node_op == EXPR_AND ? FinishAnd(arena, n, result, depth)

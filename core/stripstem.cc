@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "tokenizer.h"
+#include "interrupt.h"
 
 namespace dt {
 
@@ -15,6 +16,7 @@ std::vector<std::string> _dt_StripAndStemText(const std::string &input, int *cnt
     *cnt = 0;
     std::string stem;
     for (;;) {
+        PollInterrupts();
         char *w = _dt_WordFromString(buf, &pos);
         if (!*w) break;
         (*cnt)++;
@@ -38,6 +40,7 @@ std::string _dt_InternalStripAndStemText(const std::string &input, const char *b
     std::vector<std::string> words = _dt_StripAndStemText(input, &cnt, hooks);
     std::string out;
     for (size_t i = 0; i < words.size(); i++) {
+        PollInterrupts();
         out += words[i];
         if (i + 1 < words.size()) {
             out += ' ';

@@ -5,6 +5,7 @@
 
 #include "doclayout.h"
 #include "error.h"
+#include "interrupt.h"
 
 namespace dt {
 
@@ -25,6 +26,7 @@ TermTableBytes WriteTermTable(const WordHash &h) {
         }
         PutI32(&t.head[0], 20 + 4 * i, written);
         for (const DtWordHash *e = h.heads[i]; e; e = e->hashw_next) {
+            PollInterrupts();
             char entry[kWrdEntrySize];
             PutI32(entry, 0, (int32_t)t.strings.size());
             PutI32(entry, 4, e->hashw_cnt);
@@ -61,6 +63,7 @@ void ReadTermTable(const char *head, int hashentries, const char *strings, size_
         int idx = GetI32(head, 20 + 4 * b);
         if (idx == -1) continue;
         for (;; idx++) {
+            PollInterrupts();
             if (idx < 0 || idx >= hashentries) corrupt("Check of term table bucket index");
             if (seen[(size_t)idx]) corrupt("Check of term table chains");
             seen[(size_t)idx] = true;

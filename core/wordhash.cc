@@ -1,7 +1,10 @@
 #include "wordhash.h"
+#include "interrupt.h"
 
 #include <cstdio>
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 namespace dt {
 
@@ -41,13 +44,14 @@ DtWordHash *_dt_HashWordLookup(const char *word, DtWordHash *chain) {
 }
 
 DtWordHash *WordHashFind(const WordHash &h, const char *data, size_t len) {
-    return _dt_HashTextLookup(data, len, h.heads[HashBytes(data, len)]);
+    auto it = h.index.find(std::string_view(data, len));
+    return it == h.index.end() ? nullptr : it->second;
 }
 
 int _dt_AddWordToHash(const char *data, size_t len, WordHash &h) {
     int bucket = (int)HashBytes(data, len);
     h.wordcnt++;
-    if (DtWordHash *e = _dt_HashTextLookup(data, len, h.heads[bucket])) {
+    if (DtWordHash *e = WordHashFind(h, data, len)) {
         e->hashw_cnt++;
         return 1;
     }
@@ -57,6 +61,7 @@ int _dt_AddWordToHash(const char *data, size_t len, WordHash &h) {
     n.hashw_word.assign(data, len);
     n.hashw_next = h.heads[bucket];
     h.heads[bucket] = &n;
+    h.index.emplace(std::string_view(n.hashw_word), &n);
     h.hashentries++;
     h.strlen += (int)len + 1;
     return 0;
@@ -67,28 +72,23 @@ int _dt_AddWordToHash(const char *word, WordHash &h) {
 }
 
 void _dt_SortHash(WordHash &h) {
-    // Gather: each bucket's chain, in bucket order, goes in front of what was
-    // gathered so far.
-    DtWordHash *list = nullptr;
-    for (int i = 0; i < kHashBuckets; i++) {
-        DtWordHash *chain = h.heads[i];
+    // Gathered as if each bucket's chain, in bucket order, went in front of
+    // what was gathered so far: the last bucket's chain first.
+    std::vector<DtWordHash *> all;
+    all.reserve((size_t)h.hashentries);
+    for (int i = kHashBuckets - 1; i >= 0; i--) {
+        PollInterrupts();
+        for (DtWordHash *e = h.heads[i]; e; e = e->hashw_next) all.push_back(e);
         h.heads[i] = nullptr;
-        if (!chain) continue;
-        DtWordHash *tail = chain;
-        while (tail->hashw_next) tail = tail->hashw_next;
-        tail->hashw_next = list;
-        list = chain;
     }
-    // Insertion sort: each element goes before the first element that is not
-    // less than it.
+    // Stable: of equal texts (a hash holds none) the gathered order stays.
+    std::stable_sort(all.begin(), all.end(), [](const DtWordHash *a, const DtWordHash *b) {
+        return TextLess(a->hashw_word, b->hashw_word);
+    });
     DtWordHash *sorted = nullptr;
-    while (list) {
-        DtWordHash *e = list;
-        list = list->hashw_next;
-        DtWordHash **pos = &sorted;
-        while (*pos && TextLess((*pos)->hashw_word, e->hashw_word)) pos = &(*pos)->hashw_next;
-        e->hashw_next = *pos;
-        *pos = e;
+    for (size_t i = all.size(); i-- > 0;) {
+        all[i]->hashw_next = sorted;
+        sorted = all[i];
     }
     h.heads[0] = sorted;
     RewindTerms(h);
@@ -107,6 +107,7 @@ DtWordHash *_dt_NextTerm(WordHash &h) {
 
 void WordHashReset(WordHash &h) {
     for (DtWordHash *&head : h.heads) head = nullptr;
+    h.index.clear();
     h.elems.clear();
     h.hashentries = 0;
     h.wordcnt = 0;

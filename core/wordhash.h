@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 
 namespace dt {
 
@@ -26,6 +28,9 @@ struct DtWordHash {
 struct WordHash {
     DtWordHash *heads[kHashBuckets] = {};
     std::deque<DtWordHash> elems;
+    // Every element by its text, for lookups that do not walk the chains
+    // (chains hold thousands of terms in large documents).
+    std::unordered_map<std::string_view, DtWordHash *> index;
     int hashentries = 0;  // distinct terms
     int wordcnt = 0;      // terms added (occurrences)
     int strlen = 0;       // sum over distinct terms of (length + 1)
@@ -50,7 +55,7 @@ inline int _dt_HashTextVal(const std::string &t) { return _dt_HashTextVal(t.data
 DtWordHash *_dt_HashWordLookup(const char *word, DtWordHash *chain);
 DtWordHash *_dt_HashTextLookup(const char *data, size_t len, DtWordHash *chain);
 
-// Looks a word up in the whole hash.
+// Looks a word up in the whole hash (through the index: also after a sort).
 DtWordHash *WordHashFind(const WordHash &h, const char *data, size_t len);
 
 // Counts one occurrence of a word: 1 if it was present, 0 if it is new
@@ -59,7 +64,7 @@ int _dt_AddWordToHash(const char *word, WordHash &h);
 int _dt_AddWordToHash(const char *data, size_t len, WordHash &h);
 
 // Joins all chains into one list sorted ascending (byte order of the "C"
-// collation) and makes it the chain of bucket 0.
+// collation) and makes it the chain of bucket 0.  O(n log n).
 void _dt_SortHash(WordHash &h);
 
 // The next element of the hash in bucket order, or nullptr at the end.

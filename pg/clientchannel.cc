@@ -2,6 +2,8 @@
 
 #include "boundary.h"
 #include "clientproto.h"
+#include "doclayout.h"
+#include "regularfile.h"
 #include "module.h"
 #include "tempfile.h"
 
@@ -22,6 +24,7 @@ extern "C" {
 #include "tcop/pquery.h"
 #include "tcop/tcopprot.h"
 #include "utils/acl.h"
+#include "utils/guc.h"
 #include "utils/portal.h"
 }
 
@@ -148,13 +151,42 @@ std::string StripSlashes(std::string s) {
     return s;
 }
 
-// The copy-in loop: bytes go to fd until CopyDone.
-void ReceiveInto(int fd, const std::string &filename, const std::string &outfilename) {
+// The most bytes a pull takes: the document limit, and temp_file_limit
+// (the received copy is a temporary file); which of them applies.
+struct PullLimit {
+    long long bytes;
+    bool tempFileLimit;
+};
+
+PullLimit CurrentPullLimit() {
+    PullLimit l{dt::kMaxDocumentBytes, false};
+    int kb = temp_file_limit;
+    if (kb >= 0 && (long long)kb * 1024 < l.bytes) l = {(long long)kb * 1024, true};
+    return l;
+}
+
+[[noreturn]] void RaisePullLimit(const PullLimit &l, const std::string &filename) {
+    if (l.tempFileLimit)
+        throw dt::Error::User("temporary file size exceeds temp_file_limit (" + std::to_string(l.bytes / 1024) +
+                                  "kB)",
+                              "53400",
+                              "Client file \"" + filename + "\" is longer than " + std::to_string(l.bytes) +
+                                  " bytes; its copy on the server was removed.");
+    throw dt::Error::User("client file \"" + filename + "\" is longer than the largest document (" +
+                              std::to_string(l.bytes) + " bytes)",
+                          "54000", "Nothing of it was kept on the server.");
+}
+
+// The copy-in loop: bytes go to fd until CopyDone, at most limit.bytes.
+void ReceiveInto(int fd, const std::string &filename, const std::string &outfilename, const PullLimit &limit) {
     StringInfo msg = ServerCall([] { return makeStringInfo(); });
+    long long total = 0;
     for (;;) {
         int mtype = ServerCall([&] { return ReadClientMessageC(msg); });
         switch (mtype) {
             case 'd':
+                total += msg->len;
+                if (total > limit.bytes) RaisePullLimit(limit, filename);
                 if (!WriteAll(fd, msg->data, (size_t)msg->len)) {
                     int err = errno;
                     dt::ErrorRaiseVA("TL001", "NAME%s", "Server file error", "OPERATION%s",
@@ -167,6 +199,7 @@ void ReceiveInto(int fd, const std::string &filename, const std::string &outfile
             case 'f': {
                 std::string reason(msg->data, strnlen(msg->data, (size_t)msg->len));
                 std::string word = reason.substr(0, reason.find(':'));
+                if (word == dt::channel::kRefuseLimit) RaisePullLimit(limit, filename);
                 if (word == dt::channel::kRefuseInterrupt)
                     throw dt::Error::User("canceling statement due to user request", "57014",
                                           "The client interrupted the transfer of client file \"" + filename +
@@ -212,9 +245,10 @@ void GetClientFile(const char *filename, const char *outfilename) {
     int fd = TempFileCreate(out);
     if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", out);
     try {
-        SendNotice(kSqlstatePull, in.c_str(), nullptr);
+        PullLimit limit = CurrentPullLimit();
+        SendNotice(kSqlstatePull, in.c_str(), std::to_string(limit.bytes).c_str());
         SendCopyInResponse();
-        ReceiveInto(fd, in, out);
+        ReceiveInto(fd, in, out, limit);
     } catch (...) {
         close(fd);
         TempFileRemove(out);
@@ -236,6 +270,7 @@ void PushBegin(const std::string &toname, long long size) {
 
 void PushData(const char *data, size_t n) {
     while (n > 0) {
+        CheckInterrupts();
         size_t k = n < dt::channel::kChunkSize ? n : dt::channel::kChunkSize;
         std::string text = dt::channel::Base64Encode(data, k);
         SendNotice(kSqlstatePushData, text.c_str(), nullptr);
@@ -258,12 +293,12 @@ void RequireServerFileRead(const std::string &path) {
 
 void PutClientFile(const std::string &fromname, const std::string &toname) {
     CheckPush(toname);
-    int fd = open(fromname.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", fromname);
+    long long size = 0;
+    std::string why;
+    int fd = dt::OpenRegularFile(fromname, &size, &why);
+    if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", fromname, "REASON%s", why);
     try {
-        struct stat st;
-        if (fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) dt::ErrorRaiseVA("XD00M", "FILENAME%s", fromname);
-        PushBegin(toname, (long long)st.st_size);
+        PushBegin(toname, size);
         char buf[dt::channel::kChunkSize];
         long long total = 0;
         for (;;) {
@@ -277,6 +312,11 @@ void PutClientFile(const std::string &fromname, const std::string &toname) {
                                  "REASON%s", std::strerror(err));
             }
             if (r == 0) break;
+            // A file that keeps growing is not sent without end.
+            if (total + r > dt::kMaxDocumentBytes)
+                throw dt::Error::User("server file \"" + fromname + "\" is longer than the largest document (" +
+                                          std::to_string(dt::kMaxDocumentBytes) + " bytes)",
+                                      "54000");
             PushData(buf, (size_t)r);
             total += r;
         }

@@ -25,12 +25,11 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_ClientFileInfo);
 
 namespace {
 
-// The text argument, or nullptr when it is null or empty.
-bool TextArg(FunctionCallInfo fcinfo, int n, std::string &out) {
-    if (PG_ARGISNULL(n)) return false;
-    text *t = PG_GETARG_TEXT_PP(n);
-    if (VARSIZE_ANY_EXHDR(t) == 0) return false;
-    out = dt::pg::TextToString(t);
+// The text argument into out; false when it is null or empty.
+bool NonEmptyTextArg(FunctionCallInfo fcinfo, int n, std::string &out) {
+    std::optional<std::string> s = dt::pg::TextArgOrNull(fcinfo, n);
+    if (!s || s->empty()) return false;
+    out = std::move(*s);
     return true;
 }
 
@@ -48,6 +47,13 @@ Digest DigestFile(const std::string &path) {
     bool ok = pg_cryptohash_init(ctx) == 0;
     char buf[65536];
     while (ok) {
+        try {
+            dt::pg::CheckInterrupts();
+        } catch (...) {
+            pg_cryptohash_free(ctx);
+            close(fd);
+            throw;
+        }
         ssize_t r = read(fd, buf, sizeof buf);
         if (r < 0 && errno == EINTR) continue;
         if (r < 0) {
@@ -77,8 +83,8 @@ Digest DigestFile(const std::string &path) {
 Datum pgdoc_PutClientFile(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         std::string from, to;
-        if (!TextArg(fcinfo, 0, from) || !TextArg(fcinfo, 1, to))
-            dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "NULL", "SYNTAX%s", "string");
+        if (!NonEmptyTextArg(fcinfo, 0, from) || !NonEmptyTextArg(fcinfo, 1, to))
+            dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "NULL or ''", "SYNTAX%s", "string");
         dt::pg::RequireServerFileRead(from);
         dt::pg::PutClientFile(from, to);
         return PointerGetDatum(dt::pg::StringToText(to));
@@ -90,8 +96,8 @@ Datum pgdoc_PutClientFile(PG_FUNCTION_ARGS) {
 Datum pgdoc_dt_ClientFileInfo(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         std::string client;
-        if (!TextArg(fcinfo, 0, client))
-            dt::ErrorRaiseVA("22T02", "TYPE%s", "dt_ClientFileInfo", "STRING%s", "NULL", "SYNTAX%s", "client file name");
+        if (!NonEmptyTextArg(fcinfo, 0, client))
+            dt::ErrorRaiseVA("22T02", "TYPE%s", "dt_ClientFileInfo", "STRING%s", "NULL or ''", "SYNTAX%s", "client file name");
         TupleDesc desc;
         dt::pg::ServerCall([&] {
             if (get_call_result_type(fcinfo, nullptr, &desc) != TYPEFUNC_COMPOSITE)

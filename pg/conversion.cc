@@ -15,6 +15,7 @@
 #include "docvalue.h"
 #include "formatspec.h"
 #include "module.h"
+#include "regularfile.h"
 
 extern "C" {
 #include "access/genam.h"
@@ -97,6 +98,7 @@ void BeginConvScan(ConvScan *cs) {
 }
 
 // The next row's three columns as palloc'd strings (NULL for a null column).
+// Runs inside ServerCall.
 bool NextConvRow(ConvScan *cs, char **vals) {
     if (!table_scan_getnextslot(cs->scan, ForwardScanDirection, cs->slot)) return false;
     for (int i = 0; i < 3; i++) {
@@ -142,6 +144,7 @@ StepStatus LookupStep(const char *name, Oid *fn) {
 }
 
 // Calls the step; a null result is reported through *isnull.
+// Runs inside ServerCall.
 text *CallStep(Oid fn, text *in, text *out, bool *isnull) {
     FmgrInfo flinfo;
     LOCAL_FCINFO(fcinfo, 2);
@@ -169,16 +172,26 @@ struct Fd {
 // file that the copy created is removed again then.
 bool CopyServerFile(const std::string &from, const std::string &to) {
     Fd in;
-    in.fd = open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    long long size = 0;
+    std::string why;
+    in.fd = dt::OpenRegularFile(from, &size, &why);
     if (in.fd < 0) return false;
     struct stat sin, sout;
-    if (fstat(in.fd, &sin) != 0 || !S_ISREG(sin.st_mode)) return false;
+    if (fstat(in.fd, &sin) != 0) return false;
     bool existed = stat(to.c_str(), &sout) == 0;
     // The same file: nothing to copy (truncating it would lose it).
     if (existed && sout.st_dev == sin.st_dev && sout.st_ino == sin.st_ino) return true;
+    // Only into a regular file: a FIFO or a device is refused (the
+    // non-blocking open does not wait for a FIFO's reader).
+    if (existed && !S_ISREG(sout.st_mode)) return false;
     Fd out;
-    out.fd = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    out.fd = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0666);
     if (out.fd < 0) return false;
+    if (fstat(out.fd, &sout) != 0 || !S_ISREG(sout.st_mode)) {
+        close(out.fd);
+        out.fd = -1;
+        return false;
+    }
     bool ok = true;
     try {
         char buf[65536];
@@ -251,6 +264,7 @@ dt::ConvTable DtReadConvTable(const char *ctabname) {
     ServerCall([&] { BeginConvScan(&cs); });
     dt::ConvTable tab;
     for (;;) {
+        CheckInterrupts();
         char *vals[3];
         bool more = ServerCall([&] { return NextConvRow(&cs, vals); });
         if (!more) break;
@@ -331,8 +345,8 @@ Datum TextDatum(const std::string &s) { return PointerGetDatum(dt::pg::StringToT
 // or null when there is no path, a step failed or the copy failed.
 Datum pgdoc_formatconvert(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string in = dt::pg::TextToString(PG_GETARG_TEXT_PP(0));
-        std::string out = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string in = dt::pg::TextArg(fcinfo, 0);
+        std::string out = dt::pg::TextArg(fcinfo, 1);
         RequireServerFiles();
         RequireAbsolute(in);
         RequireAbsolute(out);
@@ -348,7 +362,7 @@ Datum pgdoc_formatconvert(PG_FUNCTION_ARGS) {
 Datum pgdoc_IsConvertible(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string format = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string format = dt::pg::TextArg(fcinfo, 1);
         bool ok = dt::IsConvertible(dt::DocSpec(v), format, [] {
             return dt::pg::DtReadConvTable(dt::pg::kConvTableName);
         });
@@ -360,8 +374,8 @@ Datum pgdoc_IsConvertible(PG_FUNCTION_ARGS) {
 // service would run, or null when there is none.
 Datum pgdoc_dt_ConversionPath(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string from = dt::pg::TextToString(PG_GETARG_TEXT_PP(0));
-        std::string to = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string from = dt::pg::TextArg(fcinfo, 0);
+        std::string to = dt::pg::TextArg(fcinfo, 1);
         dt::ConvTable tab = dt::pg::DtReadConvTable(dt::pg::kConvTableName);
         std::optional<dt::Funclist> fl = dt::_formatlookup(tab, from, to);
         if (!fl) {
@@ -380,7 +394,7 @@ Datum pgdoc_dt_ConversionPath(PG_FUNCTION_ARGS) {
 // The path part of a specification; null for a specification without ':'.
 Datum pgdoc_dt_GetPathText(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string spec = dt::pg::TextToString(PG_GETARG_TEXT_PP(0));
+        std::string spec = dt::pg::TextArg(fcinfo, 0);
         std::optional<std::string> p = dt::GetPathText(spec);
         if (!p) {
             fcinfo->isnull = true;

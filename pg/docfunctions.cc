@@ -16,6 +16,7 @@
 #include "largeobject.h"
 #include "module.h"
 #include "process.h"
+#include "regularfile.h"
 #include "tempname.h"
 
 extern "C" {
@@ -42,6 +43,7 @@ struct OutputFile {
 
 void WriteAll(OutputFile &f, const char *p, size_t n) {
     while (n > 0) {
+        CheckInterrupts();
         ssize_t w = write(f.fd, p, n);
         if (w < 0 && errno == EINTR) continue;
         if (w < 1) dt::ErrorRaiseVA("XD00S", "SIZE%d", (int)n, "FILENAME%s", f.path);
@@ -49,6 +51,7 @@ void WriteAll(OutputFile &f, const char *p, size_t n) {
         n -= (size_t)w;
     }
 }
+
 
 }  // namespace
 
@@ -180,7 +183,7 @@ Datum pgdoc_GetDocText(PG_FUNCTION_ARGS) {
 Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string dir = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string dir = dt::pg::TextArg(fcinfo, 1);
         if (dir.empty())
             dt::ErrorRaiseVA("TL001", "NAME%s", "Directory error", "OPERATION%s", "GetDocInternal",
                              "REASON%s", "no directory given (an empty name)");
@@ -196,8 +199,8 @@ Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
 Datum pgdoc_DocDisplay(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string cmd = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
-        std::string display = dt::pg::TextToString(PG_GETARG_TEXT_PP(2));
+        std::string cmd = dt::pg::TextArg(fcinfo, 1);
+        std::string display = dt::pg::TextArg(fcinfo, 2);
         dt::pg::RequireRole(ROLE_PG_EXECUTE_SERVER_PROGRAM, "pg_execute_server_program",
                             "run a program with DocDisplay");
         auto handle = dt::DocLOHandleExternal(v);
@@ -226,7 +229,7 @@ Datum pgdoc_DocDisplay(PG_FUNCTION_ARGS) {
 Datum pgdoc_DocPrint(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        std::string cmd = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string cmd = dt::pg::TextArg(fcinfo, 1);
         dt::pg::RequireRole(ROLE_PG_EXECUTE_SERVER_PROGRAM, "pg_execute_server_program",
                             "run a program with DocPrint");
         std::string file = dt::pg::WriteDocToServerFile(v, dt::pg::TempDir());

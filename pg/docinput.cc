@@ -91,7 +91,7 @@ std::string _dt_ExtDoc(dt::DocHeader header, const std::string &filename) {
         dt::ErrorRaiseVA("XD00M", "FILENAME%s", filename, "REASON%s", strerror(errno));
     if (!S_ISREG(st.st_mode))
         dt::ErrorRaiseVA("XD00M", "FILENAME%s", filename, "REASON%s",
-                         S_ISDIR(st.st_mode) ? strerror(EISDIR) : "not a regular file");
+                         S_ISDIR(st.st_mode) ? "it is a directory, not a regular file" : "it is not a regular file");
     if (st.st_size > 0x7FFFFFFF) dt::ErrorRaiseVA("XD00P", "SIZE%d", 0x7FFFFFFF, "FILENAME%s", filename);
     return dt::MakeExternalDocValue(std::move(header), filename, (int32_t)st.st_size);
 }

@@ -3,6 +3,7 @@
 #include "doclayout.h"
 #include "conversion.h"
 #include "formatspec.h"
+#include "regularfile.h"
 #include "boundary.h"
 #include "tempfile.h"
 #include "wordnet.h"
@@ -25,6 +26,12 @@ DocScan::~DocScan() {
 WordnetScope::WordnetScope() : exceptions_(std::uncaught_exceptions()) { _dt_OpenWordnet(); }
 
 WordnetScope::~WordnetScope() {
+    // After a caught server error the scans must not be touched: the abort
+    // that follows releases them.
+    if (ServerErrorPending()) {
+        _dt_ExcWordnet();
+        return;
+    }
     try {
         // Left by an error: the scans may be in the middle of a lookup, so
         // they are closed rather than kept.
@@ -62,8 +69,10 @@ std::shared_ptr<ExternalFile> OpenExternal(const void *value) {
     f->handle = *dt::DocLOHandleExternal(value);
     f->path = dt::ExternalHandlePath(f->handle);
     f->size = f->left = dt::DocView(value).ht_realoffset();
-    f->fd = open(f->path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (f->fd < 0) RaiseExternal(*f, "Open of large object " + f->handle, strerror(errno));
+    long long size = 0;
+    std::string why;
+    f->fd = dt::OpenRegularFile(f->path, &size, &why);
+    if (f->fd < 0) RaiseExternal(*f, "Open of large object " + f->handle, why);
     return f;
 }
 

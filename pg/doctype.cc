@@ -34,7 +34,7 @@ Datum pgdoc_dt_FromText(PG_FUNCTION_ARGS) {
 
 Datum pgdoc_dt_DocInputFunc(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string literal = PG_GETARG_CSTRING(0);
+        std::string literal = dt::pg::CStringArg(fcinfo, 0);
         if (dt::IsStoredLiteral(literal)) {
             // A value as a dump wrote it: taken back as it stands.  It names
             // large objects and server files directly, so only superusers

@@ -7,8 +7,13 @@
 namespace dt::pg {
 
 const void *DocArg(FunctionCallInfo fcinfo, int n) {
-    Datum d = fcinfo->args[n].value;
-    struct varlena *v = ServerCall([&] { return PG_DETOAST_DATUM(d); });
+    struct varlena *v = VarlenaArg(fcinfo, n);
+    dt::ValidateDocValue(v, VARSIZE(v));
+    return v;
+}
+
+const void *DocFromDatum(Datum d) {
+    struct varlena *v = ServerCall([&] { return pg_detoast_datum((struct varlena *)DatumGetPointer(d)); });
     dt::ValidateDocValue(v, VARSIZE(v));
     return v;
 }

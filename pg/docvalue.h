@@ -9,6 +9,8 @@ namespace dt::pg {
 
 // The detoasted value of a doc argument (palloc'd or in place).
 const void *DocArg(FunctionCallInfo fcinfo, int n);
+// The same for a doc Datum that is not an argument (a column of a row).
+const void *DocFromDatum(Datum d);
 // A palloc'd copy of built value bytes, as a Datum.
 Datum DocDatum(const std::string &bytes);
 

@@ -22,6 +22,7 @@ Datum pgdoc_dt_ErrorCatalogue(PG_FUNCTION_ARGS) {
         ReturnSetInfo *rsinfo = (ReturnSetInfo *)fcinfo->resultinfo;
         dt::pg::ServerCall([&] { InitMaterializedSRF(fcinfo, 0); });
         for (const auto &code : codes) {
+            dt::pg::CheckInterrupts();
             const char *text = dt::CatalogueText(code);
             const char *c = code.c_str();
             dt::pg::ServerCall([&] {
@@ -38,25 +39,15 @@ Datum pgdoc_dt_ErrorCatalogue(PG_FUNCTION_ARGS) {
 // the module would, for conversion steps written in SQL and for tests.
 Datum pgdoc_dt_RaiseError(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string code = dt::pg::TextToString(PG_GETARG_TEXT_PP(0));
+        std::string code = dt::pg::TextArg(fcinfo, 0);
         if (!dt::CatalogueText(code))
             dt::ErrorRaiseVA("22T02", "TYPE%s", "dt_RaiseError", "STRING%s", code, "SYNTAX%s",
                              "error code of the document module");
         std::vector<dt::ErrorParam> params;
-        if (PG_NARGS() > 1 && !PG_ARGISNULL(1)) {
-            ArrayType *arr = PG_GETARG_ARRAYTYPE_P(1);
-            Datum *elems;
-            bool *nulls;
-            int n;
-            dt::pg::ServerCall([&] {
-                deconstruct_array(arr, TEXTOID, -1, false, TYPALIGN_INT, &elems, &nulls, &n);
-            });
-            for (int i = 0; i + 1 < n; i += 2) {
-                std::string name = nulls[i] ? "" : dt::pg::TextToString(DatumGetTextPP(elems[i]));
-                std::string value =
-                    nulls[i + 1] ? "(null)" : dt::pg::TextToString(DatumGetTextPP(elems[i + 1]));
-                params.push_back({name, value});
-            }
+        if (PG_NARGS() > 1 && !dt::pg::ArgIsNull(fcinfo, 1)) {
+            std::vector<std::optional<std::string>> elems = dt::pg::TextArrayArg(fcinfo, 1);
+            for (size_t i = 0; i + 1 < elems.size(); i += 2)
+                params.push_back({elems[i].value_or(""), elems[i + 1].value_or("(null)")});
         }
         throw dt::Error(code, params);
     });

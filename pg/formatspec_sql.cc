@@ -26,15 +26,15 @@ Datum FindParamDatum(FunctionCallInfo fcinfo, const std::string &param, const st
 
 Datum pgdoc_findparamtx(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string param = dt::pg::TextToString(PG_GETARG_TEXT_PP(0));
-        std::string list = dt::pg::TextToString(PG_GETARG_TEXT_PP(1));
+        std::string param = dt::pg::TextArg(fcinfo, 0);
+        std::string list = dt::pg::TextArg(fcinfo, 1);
         return FindParamDatum(fcinfo, param, list);
     });
 }
 
 Datum pgdoc_findparamdoc(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string param = dt::pg::TextToString(PG_GETARG_TEXT_PP(0));
+        std::string param = dt::pg::TextArg(fcinfo, 0);
         const void *v = dt::pg::DocArg(fcinfo, 1);
         return FindParamDatum(fcinfo, param, dt::DocSpec(v));
     });

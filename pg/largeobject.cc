@@ -31,9 +31,11 @@ namespace {
 LargeObject::~LargeObject() {
     if (fd < 0) return;
     // An error here must not escape a destructor; the transaction end closes
-    // the descriptor anyway.
+    // the descriptor anyway.  After a caught server error the server is not
+    // called at all (the abort that follows closes it).
     int d = fd;
     fd = -1;
+    if (ServerErrorPending()) return;
     try {
         ServerCall([&] { DirectFunctionCall1(be_lo_close, Int32GetDatum(d)); });
     } catch (...) {

@@ -153,10 +153,8 @@ int DropLargeObjectReference(Oid oid) {
 
 namespace {
 
-// The owned large object of a doc datum, or InvalidOid.
-Oid OwnedOid(Datum d) {
-    struct varlena *v = dt::pg::ServerCall([&] { return PG_DETOAST_DATUM(d); });
-    dt::ValidateDocValue(v, VARSIZE(v));
+// The owned large object of a doc value, or InvalidOid.
+Oid OwnedOid(const void *v) {
     auto handle = dt::DocLOHandleExternal(v);
     if (!handle || dt::IsExternalHandle(*handle)) return InvalidOid;
     return dt::OwnedHandleOid(*handle);
@@ -189,16 +187,16 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_ManageLargeObjects);
 // assign(doc): one more reference to the value's large object.
 Datum pgdoc_assign(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        Oid oid = OwnedOid(PG_GETARG_DATUM(0));
+        Oid oid = OwnedOid(dt::pg::DocArg(fcinfo, 0));
         if (oid != InvalidOid) dt::pg::AddLargeObjectReference(oid);
-        return PG_GETARG_DATUM(0);
+        return dt::pg::DatumArg(fcinfo, 0);
     });
 }
 
 // destroy(doc): one reference less; the large object goes with the last.
 Datum pgdoc_destroy(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        Oid oid = OwnedOid(PG_GETARG_DATUM(0));
+        Oid oid = OwnedOid(dt::pg::DocArg(fcinfo, 0));
         if (oid != InvalidOid) dt::pg::DropLargeObjectReference(oid);
         return Int32GetDatum(0);
     });
@@ -207,7 +205,7 @@ Datum pgdoc_destroy(PG_FUNCTION_ARGS) {
 // dt_LOOid(doc): the identifier of the large object the value owns, or null.
 Datum pgdoc_dt_LOOid(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        Oid oid = OwnedOid(PG_GETARG_DATUM(0));
+        Oid oid = OwnedOid(dt::pg::DocArg(fcinfo, 0));
         if (oid == InvalidOid) {
             fcinfo->isnull = true;
             return (Datum)0;
@@ -255,11 +253,11 @@ Datum pgdoc_dt_ManageLargeObjects(PG_FUNCTION_ARGS) {
             bool isnull;
             if (newtup) {
                 Datum d = dt::pg::ServerCall([&] { return heap_getattr(newtup, i + 1, desc, &isnull); });
-                if (!isnull) newoid = OwnedOid(d);
+                if (!isnull) newoid = OwnedOid(dt::pg::DocFromDatum(d));
             }
             if (oldtup) {
                 Datum d = dt::pg::ServerCall([&] { return heap_getattr(oldtup, i + 1, desc, &isnull); });
-                if (!isnull) oldoid = OwnedOid(d);
+                if (!isnull) oldoid = OwnedOid(dt::pg::DocFromDatum(d));
             }
             if (newoid == oldoid) continue;
             if (newoid != InvalidOid) dt::pg::AddLargeObjectReference(newoid);

@@ -5,6 +5,7 @@
 #include "tempfile.h"
 #include "wordcharset.h"
 #include "wordnet.h"
+#include "interrupt.h"
 
 #include <sys/stat.h>
 
@@ -71,6 +72,8 @@ void _PG_init(void) {
         "When on, the server may read files from the client and write files to it during a statement.",
         &dt::pg::client_channel_setting, false, PGC_USERSET, 0, nullptr, nullptr, nullptr);
     dt::pg::DefineTextAnalysisSettings();
+    // Long loops of the core give the server's cancels and timeouts a say.
+    dt::SetInterruptPoll(&dt::pg::CheckInterrupts);
     MarkGUCPrefixReserved("document");
     dt::pg::TempFileInit();
     dt::pg::StartWordCharset();

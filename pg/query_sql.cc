@@ -57,6 +57,11 @@ using dt::pg::CurrentSnapKey;
 using dt::pg::SameSnapshot;
 using dt::pg::ServerCall;
 using dt::pg::SnapKey;
+using dt::pg::BoolArg;
+using dt::pg::Int32Arg;
+using dt::pg::InternalArg;
+using dt::pg::TextArg;
+using dt::pg::TextDatumString;
 
 // Parsing stems with the server's WordNet tables (which must be open) and
 // drops the words of the stop-word list.
@@ -113,11 +118,6 @@ QueryCache &CallSiteCache(FunctionCallInfo fcinfo) {
     });
     cache.release();
     return *raw;
-}
-
-std::string TextArgBytes(FunctionCallInfo fcinfo, int n) {
-    text *t = ServerCall([&] { return PG_GETARG_TEXT_PP(n); });
-    return std::string(VARDATA_ANY(t), VARSIZE_ANY_EXHDR(t));
 }
 
 // Builds the tree of a query text.  Needs the WordNet tables open.
@@ -178,7 +178,7 @@ struct LazyDoc {
 // Contains and ContainsWords: the query of argument 1 against the document
 // of argument 0.
 Datum TextSearch(FunctionCallInfo fcinfo, QueryKind kind) {
-    std::string query = TextArgBytes(fcinfo, 1);
+    std::string query = TextArg(fcinfo, 1);
     std::optional<dt::pg::WordnetScope> wn;
     dt::DocExprNode *tree = CachedTextQuery(fcinfo, kind, query, wn);
     LazyDoc doc{fcinfo, 0, &wn, nullptr};
@@ -290,15 +290,14 @@ Datum ClampSel(double s) {
 }
 
 Datum QuerySel(FunctionCallInfo fcinfo, QueryKind kind) {
-    PlannerInfo *root = (PlannerInfo *)PG_GETARG_POINTER(0);
-    List *args = (List *)PG_GETARG_POINTER(2);
-    int varRelid = PG_GETARG_INT32(3);
+    PlannerInfo *root = InternalArg<PlannerInfo>(fcinfo, 0);
+    List *args = InternalArg<List>(fcinfo, 2);
+    int varRelid = Int32Arg(fcinfo, 3);
     Datum value;
     bool isnull = false;
     if (!RestrictionConst(root, args, varRelid, &value, &isnull)) return ClampSel(kDefaultQuerySel);
     if (isnull) return ClampSel(0.0);
-    text *t = ServerCall([&] { return DatumGetTextPP(value); });
-    std::string query(VARDATA_ANY(t), VARSIZE_ANY_EXHDR(t));
+    std::string query = TextDatumString(value);
     dt::ExprArena arena;
     dt::DocExprNode *tree;
     try {
@@ -346,7 +345,7 @@ Datum pgdoc_MakeQueryFromDoc(PG_FUNCTION_ARGS) {
 // writes it ("emptry tree" for a query nothing matches).
 Datum pgdoc_PrintExprTree(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string query = TextArgBytes(fcinfo, 0);
+        std::string query = TextArg(fcinfo, 0);
         dt::ExprArena arena;
         dt::DocExprNode *tree = OneQuery(arena, kContainsQuery, query);
         return TextResult(dt::ExprTreeText(tree));
@@ -356,7 +355,7 @@ Datum pgdoc_PrintExprTree(PG_FUNCTION_ARGS) {
 // dt_PrintWordList(words): the same for the query of ContainsWords.
 Datum pgdoc_dt_PrintWordList(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string query = TextArgBytes(fcinfo, 0);
+        std::string query = TextArg(fcinfo, 0);
         dt::ExprArena arena;
         dt::DocExprNode *tree = OneQuery(arena, kWordListQuery, query);
         return TextResult(dt::ExprTreeText(tree));
@@ -367,8 +366,8 @@ Datum pgdoc_dt_PrintWordList(PG_FUNCTION_ARGS) {
 // to right, with their weights in the query.
 Datum pgdoc_dt_QueryTerms(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string query = TextArgBytes(fcinfo, 0);
-        bool wordlist = PG_GETARG_BOOL(1);
+        std::string query = TextArg(fcinfo, 0);
+        bool wordlist = BoolArg(fcinfo, 1);
         dt::ExprArena arena;
         dt::DocExprNode *tree = OneQuery(arena, wordlist ? kWordListQuery : kContainsQuery, query);
         ServerCall([&] { InitMaterializedSRF(fcinfo, 0); });
@@ -377,6 +376,7 @@ Datum pgdoc_dt_QueryTerms(PG_FUNCTION_ARGS) {
         std::vector<const dt::DocExprNode *> stack;
         if (tree) stack.push_back(tree);
         while (!stack.empty()) {
+            dt::pg::CheckInterrupts();
             const dt::DocExprNode *n = stack.back();
             stack.pop_back();
             if (n->node_op == dt::EXPR_AND || n->node_op == dt::EXPR_OR || n->node_op == dt::EXPR_ANDNOT) {
@@ -402,7 +402,7 @@ Datum pgdoc_dt_QueryTerms(PG_FUNCTION_ARGS) {
 // limit (-1: none), the percentage (as a fraction) and the words after it.
 Datum pgdoc_dt_QueryOptions(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        std::string input = TextArgBytes(fcinfo, 0);
+        std::string input = TextArg(fcinfo, 0);
         int tupcnt = 0;
         float percent = 0;
         const char *rest = dt::_dt_GetTupcntPercent(input.c_str(), &tupcnt, &percent);

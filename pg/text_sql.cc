@@ -121,7 +121,10 @@ Datum pgdoc_dt_FileTerms(PG_FUNCTION_ARGS) {
         dt::DocDescPtr doc = dt::_dt_PrepareUnixDoc(path.c_str(), dt::pg::ServerStemHooks());
         dt::pg::_dt_CloseWordnet();
         ReturnSetInfo *rsinfo = StartRows(fcinfo);
-        while (dt::DtWordHash *e = dt::_dt_NextTerm(*doc)) PutTermRow(rsinfo, e->hashw_word, e->hashw_cnt);
+        while (dt::DtWordHash *e = dt::_dt_NextTerm(*doc)) {
+            dt::pg::CheckInterrupts();
+            PutTermRow(rsinfo, e->hashw_word, e->hashw_cnt);
+        }
         return (Datum)0;
     });
 }
@@ -132,8 +135,10 @@ Datum pgdoc_dt_StopWords(PG_FUNCTION_ARGS) {
         const dt::WordHash &set = dt::EnsureProcessStopWords();
         ReturnSetInfo *rsinfo = StartRows(fcinfo);
         for (int i = 0; i < dt::kHashBuckets; i++)
-            for (dt::DtWordHash *e = set.heads[i]; e; e = e->hashw_next)
+            for (dt::DtWordHash *e = set.heads[i]; e; e = e->hashw_next) {
+                dt::pg::CheckInterrupts();
                 PutTermRow(rsinfo, e->hashw_word, e->hashw_cnt);
+            }
         return (Datum)0;
     });
 }

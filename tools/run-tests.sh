@@ -3,6 +3,7 @@
 #   unit  GoogleTest suites of the core (each test counts once)
 #   sql   regression suites tests/sql/sql/*.sql against tests/sql/expected/,
 #         run by pg_regress against a private server (each suite counts once)
+#   check tools/check-boundary.py: the C++/server boundary rules (counts once)
 #   e2e   tests/e2e/*.sh, each run against its own private server
 #         (each script counts once; a script prints its own checks)
 set -uo pipefail
@@ -28,6 +29,17 @@ grep -E '^\[  FAILED  \]|Failure|error' "$out/unit.log" | head -40
 echo "unit: $u_pass passed, $u_fail failed"
 passed=$((passed + u_pass)); failed=$((failed + u_fail))
 [ "$u_fail" != 0 ] && failures+=("unit tests (see $out/unit.log)")
+
+# ---- static checks -------------------------------------------------------------
+# The C++/server boundary rules (pg/boundary.h) that the compiler cannot see.
+echo "== boundary check"
+if python3 tools/check-boundary.py --self-test >"$out/boundary.log" 2>&1 &&
+   python3 tools/check-boundary.py >>"$out/boundary.log" 2>&1; then
+    passed=$((passed + 1)); echo "ok boundary check"
+else
+    failed=$((failed + 1)); echo "FAILED boundary check"; cat "$out/boundary.log"
+    failures+=("boundary check (see $out/boundary.log)")
+fi
 
 # ---- SQL regression suites ---------------------------------------------------
 suites=$(cd tests/sql/sql && ls *.sql 2>/dev/null | sed 's/\.sql$//' | sort)

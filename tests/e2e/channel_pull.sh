@@ -88,7 +88,7 @@ check "nothing left in the temporary directory after failures" tmp_empty
 
 # Null and empty names.
 out=$(q -c "INSERT INTO pulled SELECT 'x', * FROM dt_ClientFileInfo(NULL)" 2>&1)
-has "ERROR:  22T02: invalid argument to dt_ClientFileInfo: NULL is not a valid client file name" "$out" "null client file name: 22T02"
+has "ERROR:  22T02: invalid argument to dt_ClientFileInfo: NULL or '' is not a valid client file name" "$out" "null client file name: 22T02"
 out=$(q -c "INSERT INTO pulled SELECT 'x', * FROM dt_ClientFileInfo('')" 2>&1)
 has "22T02" "$out" "empty client file name: 22T02"
 lacks "(null)" "$out" "empty client file name: no internal words"

@@ -20,7 +20,7 @@ q -c "CREATE TABLE sf(id int PRIMARY KEY, d doc)"
 out=$(q -c "INSERT INTO sf VALUES (1, '$(ext missing.txt)')" 2>&1)
 has "ERROR:  XD00M: could not create, open or examine server file \"$SF/missing.txt\": No such file or directory" "$out" "missing server file at insert: file and reason"
 out=$(q -c "INSERT INTO sf VALUES (1, 'format(ascii),ExternalFile:$SF')" 2>&1)
-has "ERROR:  XD00M: could not create, open or examine server file \"$SF\": Is a directory" "$out" "directory at insert: file and reason"
+has "ERROR:  XD00M: could not create, open or examine server file \"$SF\": it is a directory, not a regular file" "$out" "directory at insert: file and reason"
 same 0 "$(q -c "SELECT count(*) FROM sf")" "refused server files store no row"
 
 # ---- query time: reading the text -----------------------------------------

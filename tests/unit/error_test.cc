@@ -80,3 +80,46 @@ TEST(ErrorCatalogue, HintIsNoPartOfTheDetail) {
         EXPECT_EQ(*e.param("HINT"), "write !");
     }
 }
+
+TEST(ErrorText, CutOnlyAtCharacterBoundaries) {
+    // "aé€😀": 1 + 2 + 3 + 4 bytes.
+    const std::string s = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";
+    const size_t ends[] = {0, 1, 1, 3, 3, 3, 6, 6, 6, 6, 10};
+    for (size_t max = 0; max <= s.size(); max++)
+        EXPECT_EQ(Utf8PrefixLength(s.data(), s.size(), max), ends[max]) << "max " << max;
+    EXPECT_EQ(Utf8PrefixLength(s.data(), s.size(), 100), s.size());
+    // Bytes that start no valid sequence count one each; a sequence cut
+    // short by the end of the text too.
+    const std::string bad = "\xE2\x82x\x80\xFF\xC3";
+    EXPECT_EQ(Utf8PrefixLength(bad.data(), bad.size(), 1), 1u);
+    EXPECT_EQ(Utf8PrefixLength(bad.data(), bad.size(), 3), 3u);
+    EXPECT_EQ(Utf8PrefixLength(bad.data(), bad.size(), 5), 5u);
+    // Every cut of a long text of mixed characters is valid UTF-8 (no
+    // character split) and as long as possible.
+    std::string text;
+    for (int i = 0; i < 300; i++) text += (i % 4 == 0) ? "x" : (i % 4 == 1) ? "\xC3\xB6" : (i % 4 == 2) ? "\xE2\x82\xAC" : "\xF0\x9F\x98\x80";
+    for (size_t max = 0; max < text.size(); max++) {
+        size_t n = Utf8PrefixLength(text.data(), text.size(), max);
+        ASSERT_LE(n, max);
+        ASSERT_TRUE(n == text.size() || (static_cast<unsigned char>(text[n]) & 0xC0) != 0x80) << max;
+        ASSERT_LT(max - n, 4u) << max;
+    }
+}
+
+TEST(ErrorText, ServerErrorKeepsHintAndContext) {
+    Error e = Error::Server("53200", "out of shared memory", "", "You might need to increase max_locks_per_transaction.",
+                            "SQL statement \"SELECT 1\"");
+    EXPECT_TRUE(e.fromServer());
+    EXPECT_EQ(e.code(), "53200");
+    EXPECT_EQ(e.message(), "out of shared memory");
+    EXPECT_EQ(e.hint(), "You might need to increase max_locks_per_transaction.");
+    EXPECT_EQ(e.context(), "SQL statement \"SELECT 1\"");
+    // The module's own errors take their hint from a HINT parameter.
+    try {
+        ErrorRaiseVA("XD00M", "FILENAME%s", "/x", "HINT%s", "look here");
+    } catch (const Error &m) {
+        EXPECT_FALSE(m.fromServer());
+        EXPECT_EQ(m.hint(), "look here");
+        EXPECT_EQ(m.context(), "");
+    }
+}

@@ -5,7 +5,7 @@
 
 -- A private folder for the files of this suite, and a private temporary
 -- directory for the module, so that left-over files can be listed.
-COPY (SELECT 1) TO PROGRAM 'rm -rf /tmp/doc_conv_regress && mkdir -p /tmp/doc_conv_regress/tmp';
+COPY (SELECT 1) TO PROGRAM 'rm -rf /tmp/doc_conv_regress && mkdir -p /tmp/doc_conv_regress/tmp; cat >/dev/null';
 SET document.tmpdir = '/tmp/doc_conv_regress/tmp';
 -- Each backend keeps its temporary files in its own directory document.PID:
 -- list the files in those, and anything else at the top.
@@ -259,9 +259,9 @@ DO $$ BEGIN EXECUTE format('COPY (SELECT 1) TO %L',
     '/tmp/doc_conv_regress/tmp/document.' || pg_backend_pid() || '/probe'); END $$;
 SELECT pg_temp.tmpfiles() AS probe_seen;
 DO $$ BEGIN EXECUTE format('COPY (SELECT 1) TO PROGRAM %L',
-    'rm /tmp/doc_conv_regress/tmp/document.' || pg_backend_pid() || '/probe'); END $$;
+    'rm /tmp/doc_conv_regress/tmp/document.' || pg_backend_pid() || '/probe; cat >/dev/null'); END $$;
 -- Clean up.
 SELECT pg_temp.tmpfiles() AS finally;
 TRUNCATE "DocumentConversions";
 RESET document.tmpdir;
-COPY (SELECT 1) TO PROGRAM 'rm -rf /tmp/doc_conv_regress';
+COPY (SELECT 1) TO PROGRAM 'rm -rf /tmp/doc_conv_regress; cat >/dev/null';
