@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "error.h"
+
 namespace dt {
 
 int _dt_random() {
@@ -20,9 +22,7 @@ std::string _dt_MakeTempName(const std::string &directory, const std::string &fn
     if (base.size() > kMaxTempBase) {
         // A file name can be no longer than 255 bytes: keep the start of a
         // long base, cut on a character boundary of UTF-8 text.
-        size_t cut = kMaxTempBase;
-        while (cut > 0 && ((unsigned char)base[cut] & 0xC0) == 0x80) cut--;
-        base.resize(cut);
+        base.resize(Utf8PrefixLength(base.data(), base.size(), kMaxTempBase));
     }
     return directory + "/" + base + "." + std::to_string(_dt_random() % 100000);
 }
