@@ -135,7 +135,7 @@ Datum pgdoc_dt_Terms(PG_FUNCTION_ARGS) {
 // order (none for n <= 0).
 Datum pgdoc_dt_TopTerms(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        int n = PG_GETARG_INT32(1);
+        int n = dt::pg::Int32Arg(fcinfo, 1);
         return dt::pg::TermRows(fcinfo, dt::pg::DocArg(fcinfo, 0), n > 0 ? n : 0);
     });
 }

@@ -1,6 +1,7 @@
 #include "wordcharset.h"
 
 #include <clocale>
+#include <iconv.h>
 #include <cstring>
 #include <locale.h>
 #include <string>
@@ -114,37 +115,43 @@ void ByteLower(const unsigned char *s, int, std::string &out) { out += (char)byt
 
 const WordCharset kBytes = {ByteLen, ByteClassify, ByteLower};
 
-// One character converted between the database encoding and UTF-8; empty
-// when the other encoding has no such character.
-std::string Convert(const std::string &in, int from, int to) {
-    char buf[16] = {0};
-    try {
-        ServerCall([&] {
-            unsigned char *r = pg_do_encoding_conversion((unsigned char *)in.data(), (int)in.size(), from, to);
-            strlcpy(buf, (const char *)r, sizeof buf);
-            if (r != (unsigned char *)in.data()) pfree(r);
-        });
-    } catch (const dt::Error &) {
-        return "";
+// Converters between a single-byte encoding and UTF-8 (the C library's
+// iconv, under the names PostgreSQL gives ICU), so that no server error can
+// arise while the tables are built.
+struct Iconv {
+    iconv_t to_utf8 = (iconv_t)-1, from_utf8 = (iconv_t)-1;
+    ~Iconv() {
+        if (to_utf8 != (iconv_t)-1) iconv_close(to_utf8);
+        if (from_utf8 != (iconv_t)-1) iconv_close(from_utf8);
     }
-    return buf;
+};
+
+// One character through a converter; empty when the other side has none.
+std::string Convert(iconv_t cd, const std::string &in) {
+    if (cd == (iconv_t)-1) return "";
+    iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    char out[8];
+    char *ip = const_cast<char *>(in.data()), *op = out;
+    size_t il = in.size(), ol = sizeof out;
+    if (iconv(cd, &ip, &il, &op, &ol) == (size_t)-1 || il != 0) return "";
+    return std::string(out, sizeof out - ol);
 }
 
 // The Unicode character a byte of encoding enc stands for (0: none).
-unsigned CodePointOf(unsigned char b, int enc) {
+unsigned CodePointOf(unsigned char b, int enc, const Iconv &cv) {
     if (enc == PG_LATIN1) return b;
-    std::string u = Convert(std::string(1, (char)b), enc, PG_UTF8);
+    std::string u = Convert(cv.to_utf8, std::string(1, (char)b));
     unsigned cp;
     if (u.empty() || Utf8Decode((const unsigned char *)u.c_str(), &cp) != (int)u.size()) return 0;
     return cp;
 }
 
 // The byte of encoding enc for a Unicode character (0: none).
-unsigned char ByteOf(unsigned cp, int enc) {
+unsigned char ByteOf(unsigned cp, int enc, const Iconv &cv) {
     if (enc == PG_LATIN1) return cp <= 0xFF ? (unsigned char)cp : 0;
     std::string u;
     Utf8Append(cp, u);
-    std::string b = Convert(u, PG_UTF8, enc);
+    std::string b = Convert(cv.from_utf8, u);
     return b.size() == 1 ? (unsigned char)b[0] : 0;
 }
 
@@ -154,11 +161,18 @@ void BuildByteTables(int enc) {
                                         (IsAlnumChar((unsigned char)b) ? kCharAlnum : 0));
         byte_lower[b] = (unsigned char)(IsUpperChar((unsigned char)b) ? ToLowerChar((unsigned char)b) : b);
     }
+    Iconv cv;
+    if (enc != PG_LATIN1) {
+        const char *name = get_encoding_name_for_icu(enc);
+        if (!name) return;
+        cv.to_utf8 = iconv_open("UTF-8", name);
+        cv.from_utf8 = iconv_open(name, "UTF-8");
+    }
     for (int b = 0x80; b < 256; b++) {
-        unsigned cp = CodePointOf((unsigned char)b, enc);
+        unsigned cp = CodePointOf((unsigned char)b, enc, cv);
         if (cp == 0) continue;
         byte_class[b] = (unsigned char)ClassOf(cp);
-        unsigned char l = ByteOf(LowerOf(cp), enc);
+        unsigned char l = ByteOf(LowerOf(cp), enc, cv);
         if (l) byte_lower[b] = l;
     }
 }

@@ -58,4 +58,10 @@ same "größe:20 öl:20" "$(PGCLIENTENCODING=UTF8 q -d wl1 -c "SELECT string_agg
      "wl1: LATIN1 capitals fold to lower case"
 same "σοφία:2 москва:2" "$(PGCLIENTENCODING=UTF8 q -d wu8 -c "SELECT string_agg(term || ':' || count, ' ' ORDER BY term) FROM dt_Terms(dt_FromText('ΣΟΦΊΑ σοφία МОСКВА Москва'))")" \
      "wu8: Greek and Cyrillic capitals fold to lower case"
+# Another single-byte encoding under the C locale: its bytes are taken as
+# the characters they stand for in it.
+createdb -E WIN1251 -T template0 --locale=C w1251
+psql -X -q -d w1251 -c "CREATE EXTENSION document"
+same "москва и санкт петербург ёё" "$(PGCLIENTENCODING=UTF8 psql -X -qtA -d w1251 -c "SELECT StripAndStemText('Москва и САНКТ-ПЕТЕРБУРГ, ёЁ')")" \
+     "w1251: Cyrillic letters and their case in a WIN1251 database"
 finish
