@@ -12,6 +12,7 @@
 #include "conversion.h"
 #include "docfunctions.h"
 #include "docinput.h"
+#include "docscan.h"
 #include "doclayout.h"
 #include "docvalue.h"
 #include "formatspec.h"
@@ -124,6 +125,26 @@ void PutClientLargeObjectAs(const void *value, const std::string &lohandle, cons
     PushLargeObject(value, lohandle, name, lo);
 }
 
+// Sends the stored text of a server-file document (its first ht_realoffset
+// bytes, as GetDocText reads it) to the client file name.  A file that is
+// gone or shorter now raises TL001 before anything is sent.
+void PushExternalDocument(const void *value, const std::string &name) {
+    dt::DocSource src = ExternalDocSource(value);
+    long long size = dt::DocView(value).ht_realoffset();
+    PushBegin(name, size);
+    std::vector<char> buf(65536);
+    long long total = 0;
+    for (;;) {
+        CheckInterrupts();
+        int got = src.read(buf.data(), (int)buf.size());
+        if (got == 0) break;
+        PushData(buf.data(), (size_t)got);
+        total += got;
+    }
+    src.close();
+    PushEnd(total);
+}
+
 std::string SendClientSmallDocFile(const std::string &path, const void *value) {
     std::string name = dt::_dt_MakeTempName(path, dt::DocPath(value));
     std::string text = dt::DocSmallText(value);
@@ -155,7 +176,7 @@ Datum pgdoc_GetDoc(PG_FUNCTION_ARGS) {
         // The directory and the base of the stored path, without a suffix.
         std::string name = dt::pg::CutSuffix(dt::_dt_MakeTempName(dir, dt::DocPath(v)));
         if (dt::IsExternalHandle(*handle)) {
-            dt::pg::PutClientFile(dt::ExternalHandlePath(*handle), name);
+            dt::pg::PushExternalDocument(v, name);
         } else {
             dt::pg::PutClientLargeObjectAs(v, *handle, name);
         }

@@ -64,6 +64,11 @@ struct ExternalFile {
                      "REASON%s", reason);
 }
 
+[[noreturn]] void RaiseShort(const ExternalFile &f) {
+    RaiseExternal(f, "read of " + std::to_string(f.size) + " bytes from large object " + f.handle,
+                  "the file is shorter than when the document was stored");
+}
+
 std::shared_ptr<ExternalFile> OpenExternal(const void *value) {
     auto f = std::make_shared<ExternalFile>();
     f->handle = *dt::DocLOHandleExternal(value);
@@ -73,6 +78,7 @@ std::shared_ptr<ExternalFile> OpenExternal(const void *value) {
     std::string why;
     f->fd = dt::OpenRegularFile(f->path, &size, &why);
     if (f->fd < 0) RaiseExternal(*f, "Open of large object " + f->handle, why);
+    if (size < f->size) RaiseShort(*f);
     return f;
 }
 
@@ -84,10 +90,9 @@ int ReadExternal(ExternalFile &f, char *buf, int want) {
         ssize_t r = read(f.fd, buf + got, (size_t)(want - got));
         if (r < 0 && errno == EINTR) continue;
         if (r <= 0) {
-            std::string op = "read of " + std::to_string(f.size) + " bytes from large object " + f.handle;
-            RaiseExternal(f, op,
-                          r < 0 ? std::string(strerror(errno))
-                                : "the file is shorter than when the document was stored");
+            if (r == 0) RaiseShort(f);
+            RaiseExternal(f, "read of " + std::to_string(f.size) + " bytes from large object " + f.handle,
+                          strerror(errno));
         }
         got += (int)r;
     }

@@ -47,6 +47,12 @@ printf 'short\n' >"$SF/shrink.txt"
 out=$(q -c "SELECT GetDocText(d) FROM sf WHERE id = 3" 2>&1)
 has "ERROR:  TL001: Large object error: read of 27 bytes from large object EXT:$SF/shrink.txt failed: the file is shorter than when the document was stored" "$out" "a file that shrank: TL001 read of the missing bytes"
 has "FILENAME=$SF/shrink.txt" "$out" "a file that shrank: the file in the detail"
+mkdir -p "$WORK/got"
+same "format(ascii),ExternalFile:$WORK/got/grow.txt" "$(q -c "SELECT GetDoc(d, '$WORK/got') FROM sf WHERE id = 2")" "GetDoc of a file that grew"
+same "grow me please" "$(cat "$WORK/got/grow.txt")" "GetDoc of a file that grew: the client gets the stored bytes"
+out=$(q -c "SELECT GetDoc(d, '$WORK/got') FROM sf WHERE id = 3" 2>&1)
+has "TL001: Large object error: read of 27 bytes from large object EXT:$SF/shrink.txt failed" "$out" "GetDoc of a file that shrank: TL001"
+check "GetDoc of a file that shrank: no client file" test ! -e "$WORK/got/shrink.txt"
 out=$(q -c "SELECT Contains(d, 'violet') FROM sf WHERE id = 3" 2>&1)
 has "TL001" "$out" "a file that shrank: a query raises TL001 too"
 rm "$SF/gone.txt"
