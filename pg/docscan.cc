@@ -15,6 +15,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <vector>
 
 namespace dt::pg {
 
@@ -129,6 +130,38 @@ std::string TextToTempFile(const std::string &text, const std::string &base) {
     return path;
 }
 
+// Copies the stored text of a server-file document to a new registered
+// temporary file named after base; returns its name.
+std::string ExternalToTempFile(const void *value, const std::string &base) {
+    dt::DocSource src = ExternalDocSource(value);
+    std::string path = TempFileName(base);
+    int fd = TempFileCreate(path);
+    if (fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path, "REASON%s", strerror(errno));
+    std::vector<char> buf(65536);
+    try {
+        for (;;) {
+            CheckInterrupts();
+            int got = src.read(buf.data(), (int)buf.size());
+            if (got == 0) break;
+            for (int off = 0; off < got;) {
+                ssize_t w = write(fd, buf.data() + off, (size_t)(got - off));
+                if (w < 0 && errno == EINTR) continue;
+                if (w <= 0)
+                    dt::ErrorRaiseVA("XD00S", "SIZE%d", got - off, "FILENAME%s", path, "REASON%s",
+                                     w < 0 ? strerror(errno) : "nothing written");
+                off += (int)w;
+            }
+        }
+    } catch (...) {
+        close(fd);
+        TempFileRemove(path);
+        throw;
+    }
+    close(fd);
+    src.close();
+    return path;
+}
+
 void RaiseConversionFailed(const std::string &spec, const std::string &filename) {
     std::string from = dt::DocFormatName(spec);
     bool registered = dt::IsConvertible(spec, "ascii", [] { return DtReadConvTable(kConvTableName); });
@@ -190,7 +223,9 @@ DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll) {
         std::string path = dt::DocPath(value);
         std::string source, smallfile;
         if (external) {
-            source = dt::ExternalHandlePath(*handle);
+            // The stored bytes of the server file, not what it holds now.
+            smallfile = ExternalToTempFile(value, path);
+            source = smallfile;
         } else {
             smallfile = TextToTempFile(dt::DocSmallText(value), path);
             source = smallfile;

@@ -48,6 +48,9 @@ std::string TextToTempFile(const std::string &text, const std::string &base);
 // the document's handle) naming the file and the reason.
 dt::DocSource ExternalDocSource(const void *value);
 std::string ExternalDocText(const void *value);
+// The same stored text copied to a new registered temporary file named
+// after base (for conversions); returns its name.
+std::string ExternalToTempFile(const void *value, const std::string &base);
 
 // Opens the WordNet tables for the life of the scope (see wordnet.h: a
 // normal end keeps them for the next open, an exception closes them).

@@ -61,6 +61,20 @@ has "ERROR:  TL001: Large object error: Open of large object EXT:$SF/gone.txt fa
 out=$(q -c "SELECT IndexTerms(d) FROM sf WHERE id = 4" 2>&1)
 has "TL001" "$out" "a file that vanished: IndexTerms raises TL001"
 
+# A server file in another format is converted from its stored bytes too.
+q -c "CREATE FUNCTION put_file(path text, content text) RETURNS void LANGUAGE plpgsql AS \$\$
+      DECLARE o oid; BEGIN o := lo_from_bytea(0, convert_to(content, 'UTF8')); PERFORM lo_export(o, path); PERFORM lo_unlink(o); END \$\$"
+q -c "CREATE FUNCTION rot13_ascii(i text, o text) RETURNS text LANGUAGE plpgsql AS \$\$
+      BEGIN PERFORM put_file(dt_GetPathText(o), translate(pg_read_file(dt_GetPathText(i)),
+        'abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ', 'nopqrstuvwxyzabcdefghijklmNOPQRSTUVWXYZABCDEFGHIJKLM')); RETURN o; END \$\$"
+q -c "INSERT INTO \"DocumentConversions\" VALUES ('rot13', 'ascii', 'rot13_ascii')"
+printf 'pngf naq qbtf\n' >"$SF/rot.txt"; chown postgres: "$SF/rot.txt" 2>/dev/null || true
+q -c "INSERT INTO sf VALUES (10, 'format(rot13),ExternalFile:$SF/rot.txt')"
+printf 'ubefrf\n' >>"$SF/rot.txt"
+same "cat:1 dog:1" "$(q -c "SELECT string_agg(term || ':' || count, ' ' ORDER BY term) FROM dt_Terms((SELECT d FROM sf WHERE id = 10))")" \
+     "a converted server file that grew: the terms of the stored bytes"
+check "conversions of server files leave no temporary file" tmp_empty
+
 # ---- GetDocInternal into a directory the server cannot write ---------------
 mkdir -p "$SF/locked"; chmod 555 "$SF/locked"
 out=$(q -c "SELECT GetDocInternal(d, '$SF/locked') FROM sf WHERE id = 1" 2>&1)
