@@ -35,7 +35,7 @@ psql -X -q -c "CREATE EXTENSION IF NOT EXISTS document"
 best=""
 runs=""
 for run in 1 2 3; do
-    "$DOCSQL" -X -q -c "TRUNCATE bench_docs" -c "SELECT dt_VacuumLargeObjects()" >/dev/null
+    "$DOCSQL" -X -q -c "TRUNCATE bench_docs" >/dev/null
     start=$(date +%s.%N)
     "$DOCSQL" -X -q -f "$work/load.sql"
     end=$(date +%s.%N)

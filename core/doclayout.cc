@@ -146,6 +146,13 @@ std::string MakeLODocValue(DocHeader h, const std::string &handle, int32_t textl
     return Finish(h, MakeVarText(handle));
 }
 
+std::string DocWithHandle(const void *v, const std::string &handle) {
+    DocView d(v);
+    DocHeader h;
+    h.bytes.assign(static_cast<const char *>(v), d.ht_lo_offset());
+    return Finish(h, MakeVarText(handle));
+}
+
 std::string MakeExternalDocValue(DocHeader h, const std::string &serverpath, int32_t filesize) {
     h.set_wordcnt(0);
     h.set_hashentries(0);

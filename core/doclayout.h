@@ -96,6 +96,10 @@ std::string MakeLODocValue(DocHeader h, const std::string &handle, int32_t textl
 // External server file (ht_flags 1, counts 0, ht_offset 0).
 std::string MakeExternalDocValue(DocHeader h, const std::string &serverpath, int32_t filesize);
 
+// The same value naming another large object (the header, strings and
+// counts kept, the handle replaced).
+std::string DocWithHandle(const void *v, const std::string &handle);
+
 // Padding between the text and the term table in a large object: 0..3 bytes
 // to reach a multiple of 4 with copied text, 4 without.
 int LOPadding(int32_t textlen, bool copytext);

@@ -5,6 +5,7 @@
 #include "docvalue.h"
 #include "doclayout.h"
 #include "docinput.h"
+#include "module.h"
 
 extern "C" {
 #include "utils/guc.h"
@@ -53,11 +54,10 @@ Datum pgdoc_dt_DocInputFunc(PG_FUNCTION_ARGS) {
 Datum pgdoc_dt_DocOutputFunc(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         const void *v = dt::pg::DocArg(fcinfo, 0);
-        // pg_dump gets the complete stored value, which the input function
-        // takes back without fetching any file.
-        const char *app = dt::pg::ServerCall([] { return GetConfigOption("application_name", true, false); });
-        bool dump = app && strcmp(app, "pg_dump") == 0;
-        std::string out = dump ? dt::DocStoredLiteral(v) : dt::DocOutputText(v);
+        // With document.dump_stored_form on (a superuser-only setting that
+        // dumps turn on), the complete stored value, which a superuser's
+        // input takes back without fetching any file.
+        std::string out = dt::pg::dump_stored_form_setting ? dt::DocStoredLiteral(v) : dt::DocOutputText(v);
         char *p = (char *)dt::pg::ServerCall([&] { return palloc(out.size() + 1); });
         std::memcpy(p, out.c_str(), out.size() + 1);
         return CStringGetDatum(p);

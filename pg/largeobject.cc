@@ -9,7 +9,13 @@
 #include "loownership.h"
 
 extern "C" {
+#include "access/genam.h"
+#include "access/table.h"
 #include "catalog/pg_largeobject.h"
+#include "catalog/pg_largeobject_metadata.h"
+#include "storage/large_object.h"
+#include "utils/fmgroids.h"
+#include "utils/rel.h"
 #include "libpq/be-fsstubs.h"
 #include "libpq/libpq-fs.h"
 #include "utils/fmgrprotos.h"
@@ -43,35 +49,44 @@ LargeObject::~LargeObject() {
 }
 
 Oid CreateLargeObject() {
-    ModuleOwnerScope owner;
+    RaisedRightsScope raised;
     return ServerCall([] { return DatumGetObjectId(DirectFunctionCall1(be_lo_creat, Int32GetDatum(-1))); });
 }
+
+namespace {
+// Whether the large object exists for a snapshot.  C-level.
+bool ObjectExistsForSnapshot(Oid oid, Snapshot snapshot) {
+    Relation rel = table_open(LargeObjectMetadataRelationId, AccessShareLock);
+    ScanKeyData key;
+    ScanKeyInit(&key, Anum_pg_largeobject_metadata_oid, BTEqualStrategyNumber, F_OIDEQ, ObjectIdGetDatum(oid));
+    SysScanDesc scan = systable_beginscan(rel, LargeObjectMetadataOidIndexId, true, snapshot, 1, &key);
+    bool found = HeapTupleIsValid(systable_getnext(scan));
+    systable_endscan(scan);
+    table_close(rel, AccessShareLock);
+    return found;
+}
+}  // namespace
 
 void OpenLargeObject(LargeObject &lo, const std::string &handle, bool write) {
     Oid oid = dt::OwnedHandleOid(handle);
     lo.handle = handle;
     lo.oid = oid;
-    bool exists = oid != InvalidOid && ServerCall([&] { return LargeObjectExists(oid); });
-    // An object that is gone now may still be there for the statement's
-    // snapshot: its row was read before a concurrent transaction removed
-    // the last reference and committed.  Readers then read it as of that
-    // snapshot (the server keeps its data while the snapshot lives).
-    bool asOfStatement = !exists && !write && oid != InvalidOid && ServerCall([] { return ActiveSnapshotSet(); });
-    if (!exists && !asOfStatement) dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
+    if (oid == InvalidOid) dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
     int flags = write ? (INV_READ | INV_WRITE) : INV_READ;
-    ModuleOwnerScope owner;
-    if (asOfStatement) {
-        try {
-            lo.fd = ServerCall([&] {
-                return DatumGetInt32(DirectFunctionCall2(be_lo_open, ObjectIdGetDatum(oid), Int32GetDatum(flags)));
-            });
-        } catch (const dt::Error &) {
-            dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
-        }
+    RaisedRightsScope raised;
+    // A reader reads the object as of the running statement's snapshot
+    // whenever it exists there: the row that names it was read under that
+    // snapshot, and a concurrent delete of the row cannot take the object
+    // away from it (its data stays readable while the snapshot lives).
+    if (!write && ServerCall([&] { return ActiveSnapshotSet() && ObjectExistsForSnapshot(oid, GetActiveSnapshot()); })) {
+        lo.fd = ServerCall([&] {
+            return DatumGetInt32(DirectFunctionCall2(be_lo_open, ObjectIdGetDatum(oid), Int32GetDatum(flags)));
+        });
         return;
     }
-    // Otherwise readers see the object as it is now, also one made earlier
-    // in the same statement.
+    // Writers, and readers of an object made later in this transaction
+    // than the statement's snapshot, open the object as it is now.
+    if (!ServerCall([&] { return LargeObjectExists(oid); })) dt::ErrorRaiseVA("XD00H", "FILENAME%t", handle);
     lo.fd = ServerCall([&] {
         PushActiveSnapshot(GetLatestSnapshot());
         int fd = DatumGetInt32(DirectFunctionCall2(be_lo_open, ObjectIdGetDatum(oid), Int32GetDatum(flags)));
@@ -117,13 +132,6 @@ void WriteLargeObject(LargeObject &lo, const char *buf, int n) {
                               "TL001", e.message());
     }
     if (put != n) LOError("write of " + std::to_string(n) + " bytes for large object " + lo.handle);
-}
-
-bool UnlinkLargeObject(Oid oid) {
-    if (!ServerCall([&] { return LargeObjectExists(oid); })) return false;
-    ModuleOwnerScope owner;
-    ServerCall([&] { return DirectFunctionCall1(be_lo_unlink, ObjectIdGetDatum(oid)); });
-    return true;
 }
 
 Oid StoreDocumentLargeObject(int fd, int32 size, bool copytext, const WordHash &terms,

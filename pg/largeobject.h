@@ -36,8 +36,6 @@ void SeekLargeObject(LargeObject &lo, int64 offset);
 int ReadLargeObject(LargeObject &lo, char *buf, int n);
 // Writes all n bytes; a failure raises TL001 "write of N bytes for large object H".
 void WriteLargeObject(LargeObject &lo, const char *buf, int n);
-// Removes a large object if it exists; returns whether it did.
-bool UnlinkLargeObject(Oid oid);
 
 // Writes a stored document: text from the file descriptor fd (size bytes;
 // none without copy), the padding, and the term table of terms.  Returns the

@@ -1,6 +1,7 @@
 // The extension's library: module magic and the settings it defines.
 #include "boundary.h"
 #include "module.h"
+#include "loownership.h"
 #include "clientchannel.h"
 #include "tempfile.h"
 #include "wordcharset.h"
@@ -26,6 +27,7 @@ void _PG_init(void);
 namespace dt::pg {
 char *home_setting = nullptr;
 char *tmpdir_setting = nullptr;
+bool dump_stored_form_setting = false;
 }  // namespace dt::pg
 
 std::string dt::pg::HomeDir() {
@@ -71,7 +73,13 @@ void _PG_init(void) {
         "document.client_channel", "The client serves client files (set by docsql when it connects).",
         "When on, the server may read files from the client and write files to it during a statement.",
         &dt::pg::client_channel_setting, false, PGC_USERSET, 0, nullptr, nullptr, nullptr);
+    DefineCustomBoolVariable(
+        "document.dump_stored_form", "doc values are written out in their complete stored form.",
+        "For dumps: pg_dump run by a superuser with PGOPTIONS='-c document.dump_stored_form=on' "
+        "writes values that a superuser's restore takes back without reading any file.",
+        &dt::pg::dump_stored_form_setting, false, PGC_SUSET, 0, nullptr, nullptr, nullptr);
     dt::pg::DefineTextAnalysisSettings();
+    dt::pg::LargeObjectOwnershipInit();
     // Long loops of the core give the server's cancels and timeouts a say.
     dt::SetInterruptPoll(&dt::pg::CheckInterrupts);
     MarkGUCPrefixReserved("document");

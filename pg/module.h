@@ -12,6 +12,9 @@ namespace dt::pg {
 extern char *home_setting;
 // document.tmpdir: the temporary directory ("" = /usr/tmp, else /tmp).
 extern char *tmpdir_setting;
+// document.dump_stored_form: the output function writes the complete
+// stored value (superusers only; used by dumps).
+extern bool dump_stored_form_setting;
 
 // The module's home: $VX_HOME of the server's environment, else the
 // document.home setting; neither set raises a clear error.

@@ -4,7 +4,7 @@ CREATE TYPE doc;
 CREATE FUNCTION dt_DocInputFunc(cstring) RETURNS doc
     AS 'MODULE_PATHNAME', 'pgdoc_dt_DocInputFunc' LANGUAGE C STRICT STABLE;
 CREATE FUNCTION dt_DocOutputFunc(doc) RETURNS cstring
-    AS 'MODULE_PATHNAME', 'pgdoc_dt_DocOutputFunc' LANGUAGE C STRICT IMMUTABLE PARALLEL SAFE;
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_DocOutputFunc' LANGUAGE C STRICT STABLE PARALLEL SAFE;
 CREATE TYPE doc (
     INPUT = dt_DocInputFunc,
     OUTPUT = dt_DocOutputFunc,

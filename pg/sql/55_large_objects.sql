@@ -1,162 +1,149 @@
 
--- Large objects that hold documents, with their reference counts.
+-- Large objects that hold documents.  Each belongs to exactly one stored
+-- value: the row of table relid whose column attnum names it.  Only the
+-- module's triggers write here.
 CREATE TABLE dt_large_objects (
     loid oid PRIMARY KEY,
-    refs integer NOT NULL DEFAULT 0
+    relid regclass NOT NULL,
+    attnum int2 NOT NULL
 );
-COMMENT ON TABLE dt_large_objects IS 'large objects owned by doc values, with reference counts';
+CREATE INDEX dt_large_objects_relid ON dt_large_objects (relid, attnum);
+COMMENT ON TABLE dt_large_objects IS 'large objects of stored documents, each with the table and column of the row that owns it';
 SELECT pg_catalog.pg_extension_config_dump('dt_large_objects', '');
+REVOKE ALL ON dt_large_objects FROM PUBLIC;
 
 -- The large object a value owns (null for in-row and external documents).
 CREATE FUNCTION dt_LOOid(doc) RETURNS oid
     AS 'MODULE_PATHNAME', 'pgdoc_dt_LOOid' LANGUAGE C STRICT IMMUTABLE PARALLEL SAFE;
--- Reference counting of a value's large object.
+COMMENT ON FUNCTION dt_LOOid(doc) IS 'the large object a stored document owns, or null';
+-- A value as a row may store it: one whose large object no row has taken
+-- yet, else one naming a fresh copy.  Rows do this by themselves.
 CREATE FUNCTION assign(doc) RETURNS doc
     AS 'MODULE_PATHNAME', 'pgdoc_assign' LANGUAGE C STRICT VOLATILE;
+COMMENT ON FUNCTION assign(doc) IS 'the value with a large object of its own (a fresh copy unless its object is new and untaken)';
+-- Removes a value's large object by hand (superusers; rows remove their own).
 CREATE FUNCTION destroy(doc) RETURNS integer
     AS 'MODULE_PATHNAME', 'pgdoc_destroy' LANGUAGE C STRICT VOLATILE;
+COMMENT ON FUNCTION destroy(doc) IS 'removes the value''s large object (superusers only)';
+REVOKE ALL ON FUNCTION destroy(doc) FROM PUBLIC;
 
--- Row trigger for tables with doc columns:
---   CREATE TRIGGER t_docs AFTER INSERT OR UPDATE OR DELETE ON t
+-- Row triggers for tables with doc columns (attached automatically):
+--   CREATE TRIGGER dt_large_objects_claim BEFORE INSERT OR UPDATE ON t
+--       FOR EACH ROW EXECUTE FUNCTION dt_ClaimLargeObjects();
+--   CREATE TRIGGER dt_large_objects AFTER INSERT OR UPDATE OR DELETE ON t
 --       FOR EACH ROW EXECUTE FUNCTION dt_ManageLargeObjects();
+--   CREATE TRIGGER dt_large_objects_truncate BEFORE TRUNCATE ON t
+--       FOR EACH STATEMENT EXECUTE FUNCTION dt_TruncateLargeObjects();
+CREATE FUNCTION dt_ClaimLargeObjects() RETURNS trigger
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_ClaimLargeObjects' LANGUAGE C;
+COMMENT ON FUNCTION dt_ClaimLargeObjects() IS 'row trigger: each stored document gets a large object of its own';
 CREATE FUNCTION dt_ManageLargeObjects() RETURNS trigger
     AS 'MODULE_PATHNAME', 'pgdoc_dt_ManageLargeObjects' LANGUAGE C;
+COMMENT ON FUNCTION dt_ManageLargeObjects() IS 'row trigger: records the large objects rows take and removes those they give up';
+CREATE FUNCTION dt_TruncateLargeObjects() RETURNS trigger
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_TruncateLargeObjects' LANGUAGE C;
+COMMENT ON FUNCTION dt_TruncateLargeObjects() IS 'truncate trigger: removes the large objects of the table''s documents';
 
--- Statement trigger for TRUNCATE:
---   CREATE TRIGGER t_docs_truncate BEFORE TRUNCATE ON t
---       FOR EACH STATEMENT EXECUTE FUNCTION dt_TruncateLargeObjects();
-CREATE FUNCTION dt_TruncateLargeObjects() RETURNS trigger LANGUAGE plpgsql AS $$
-DECLARE
-    col name;
-BEGIN
-    -- Several such triggers on one table act once: only the first by name.
-    IF EXISTS (SELECT 1 FROM pg_catalog.pg_trigger t
-               WHERE t.tgrelid = TG_RELID AND t.tgenabled <> 'D'
-                 AND t.tgfoid = '@extschema@.dt_TruncateLargeObjects()'::regprocedure
-                 AND t.tgname < TG_NAME) THEN
-        RETURN NULL;
-    END IF;
-    FOR col IN
-        SELECT a.attname FROM pg_catalog.pg_attribute a
-        WHERE a.attrelid = TG_RELID AND a.attnum > 0 AND NOT a.attisdropped
-          AND a.atttypid = '@extschema@.doc'::regtype
-    LOOP
-        -- ONLY: a partition's rows are counted by the partition's trigger.
-        EXECUTE format('SELECT @extschema@.destroy(%I) FROM ONLY %I.%I WHERE %I IS NOT NULL',
-                       col, TG_TABLE_SCHEMA, TG_TABLE_NAME, col);
-    END LOOP;
-    RETURN NULL;
-END $$;
+-- Removes the large objects recorded for a dropped table (attnum 0) or
+-- column; called by the sql_drop event trigger.
+CREATE FUNCTION dt_DropTableLargeObjects(relid oid, attnum int2) RETURNS bigint
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_DropTableLargeObjects' LANGUAGE C STRICT VOLATILE;
+COMMENT ON FUNCTION dt_DropTableLargeObjects(oid, int2) IS 'removes the large objects of a dropped table or column (superusers only)';
+REVOKE ALL ON FUNCTION dt_DropTableLargeObjects(oid, int2) FROM PUBLIC;
 
--- Recounts the references held by every doc column of the database and
--- removes the large objects nobody refers to; returns how many it removed.
--- It runs no DDL of its own, so the sql_drop event trigger that calls it
--- does not fire again.
-CREATE FUNCTION dt_VacuumLargeObjects() RETURNS integer
-LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
-DECLARE
-    refs_query text;
-    seen oid[];
-    removed integer := 0;
-BEGIN
-    SELECT string_agg(format('SELECT @extschema@.dt_LOOid(%I) AS loid FROM %s', a.attname, c.oid::regclass),
-                      ' UNION ALL ')
-      INTO refs_query
-      FROM pg_attribute a JOIN pg_class c ON c.oid = a.attrelid
-     WHERE a.atttypid = '@extschema@.doc'::regtype AND a.attnum > 0 AND NOT a.attisdropped
-       AND c.relkind IN ('r', 'm');
-    IF refs_query IS NULL THEN
-        seen := '{}';
-    ELSE
-        EXECUTE 'SELECT coalesce(array_agg(loid), ''{}'') FROM (' || refs_query || ') s WHERE loid IS NOT NULL'
-           INTO seen;
-    END IF;
-    UPDATE dt_large_objects l SET refs = s.n
-      FROM (SELECT u.loid, count(*)::int AS n FROM unnest(seen) AS u(loid) GROUP BY u.loid) s
-     WHERE l.loid = s.loid AND l.refs <> s.n;
-    WITH gone AS (
-        DELETE FROM dt_large_objects l
-        WHERE NOT (l.loid = ANY (seen))
-        RETURNING l.loid
-    )
-    SELECT count(lo_unlink(g.loid)) INTO removed
-    FROM gone g WHERE EXISTS (SELECT 1 FROM pg_largeobject_metadata m WHERE m.oid = g.loid);
-    RETURN removed;
-END $$;
-
--- Dropping a table or a doc column leaves its large objects unreferenced:
--- collect them at once.
+-- Dropping a table, a doc column or a schema removes the large objects of
+-- exactly the dropped tables and columns.
 CREATE FUNCTION dt_DropLargeObjects() RETURNS event_trigger
-LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
+LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $$
+DECLARE
+    r record;
 BEGIN
-    IF EXISTS (SELECT 1 FROM pg_event_trigger_dropped_objects()
-               WHERE object_type IN ('table', 'table column', 'materialized view', 'schema'))
-       AND EXISTS (SELECT 1 FROM dt_large_objects) THEN
-        PERFORM dt_VacuumLargeObjects();
-    END IF;
+    FOR r IN SELECT d.objid, d.objsubid, d.object_type FROM pg_catalog.pg_event_trigger_dropped_objects() d
+             WHERE d.object_type OPERATOR(pg_catalog.=) ANY (ARRAY['table', 'table column', 'materialized view'])
+               AND d.classid OPERATOR(pg_catalog.=) 'pg_catalog.pg_class'::pg_catalog.regclass
+    LOOP
+        PERFORM @extschema@.dt_DropTableLargeObjects(r.objid,
+            CASE WHEN r.object_type OPERATOR(pg_catalog.=) 'table column' THEN r.objsubid::pg_catalog.int2 ELSE 0::pg_catalog.int2 END);
+    END LOOP;
 END $$;
+COMMENT ON FUNCTION dt_DropLargeObjects() IS 'event trigger: removes the large objects of dropped tables and columns';
 CREATE EVENT TRIGGER dt_drop_large_objects ON sql_drop
     EXECUTE FUNCTION dt_DropLargeObjects();
 
--- Every table that has doc columns gets the two triggers above when it is
--- created or altered, so large objects are counted without any setup; rows
--- that were already there (CREATE TABLE ... AS, ADD COLUMN with a default)
--- are counted when the row trigger is attached.
+-- Puts the three triggers on a table with doc columns, and gives the rows
+-- it already holds (CREATE TABLE ... AS, ADD COLUMN with a default) large
+-- objects of their own.  Runs with the caller's rights: only the table's
+-- owner (or a role the owner granted TRIGGER) can attach them.
 CREATE FUNCTION dt_AttachLargeObjectTriggers(rel regclass) RETURNS boolean
-LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
+LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp AS $$
 DECLARE
     kind "char";
+    owner oid;
     col name;
     attached boolean := false;
 BEGIN
-    SELECT c.relkind INTO kind FROM pg_class c WHERE c.oid = rel;
-    IF kind IS NULL OR kind NOT IN ('r', 'p')
-       OR NOT EXISTS (SELECT 1 FROM pg_attribute a
-                      WHERE a.attrelid = rel AND a.attnum > 0 AND NOT a.attisdropped
-                        AND a.atttypid = '@extschema@.doc'::regtype) THEN
+    SELECT c.relkind, c.relowner INTO kind, owner FROM pg_catalog.pg_class c WHERE c.oid OPERATOR(pg_catalog.=) rel;
+    IF kind IS NULL OR kind OPERATOR(pg_catalog.<>) ALL (ARRAY['r', 'p']::"char"[])
+       OR NOT EXISTS (SELECT 1 FROM pg_catalog.pg_attribute a
+                      WHERE a.attrelid OPERATOR(pg_catalog.=) rel AND a.attnum OPERATOR(pg_catalog.>) 0 AND NOT a.attisdropped
+                        AND a.atttypid OPERATOR(pg_catalog.=) '@extschema@.doc'::pg_catalog.regtype) THEN
         RETURN false;
     END IF;
-    IF NOT EXISTS (SELECT 1 FROM pg_trigger t WHERE t.tgrelid = rel
-                   AND t.tgfoid = '@extschema@.dt_ManageLargeObjects()'::regprocedure) THEN
-        EXECUTE format('CREATE TRIGGER dt_large_objects AFTER INSERT OR UPDATE OR DELETE ON %s '
-                       'FOR EACH ROW EXECUTE FUNCTION @extschema@.dt_ManageLargeObjects()', rel);
-        IF kind = 'r' THEN
-            FOR col IN
-                SELECT a.attname FROM pg_attribute a
-                WHERE a.attrelid = rel AND a.attnum > 0 AND NOT a.attisdropped
-                  AND a.atttypid = '@extschema@.doc'::regtype
-            LOOP
-                EXECUTE format('SELECT @extschema@.assign(%I) FROM ONLY %s WHERE %I IS NOT NULL',
-                               col, rel, col);
-            END LOOP;
-        END IF;
+    IF NOT pg_catalog.pg_has_role(current_user, owner, 'USAGE') THEN
+        RAISE EXCEPTION 'must be owner of table %', rel USING ERRCODE = '42501';
+    END IF;
+    IF NOT EXISTS (SELECT 1 FROM pg_catalog.pg_trigger t WHERE t.tgrelid OPERATOR(pg_catalog.=) rel
+                   AND t.tgfoid OPERATOR(pg_catalog.=) '@extschema@.dt_ClaimLargeObjects()'::pg_catalog.regprocedure) THEN
+        EXECUTE pg_catalog.format('CREATE TRIGGER dt_large_objects_claim BEFORE INSERT OR UPDATE ON %s '
+                       'FOR EACH ROW EXECUTE FUNCTION @extschema@.dt_ClaimLargeObjects()', rel);
         attached := true;
     END IF;
-    IF NOT EXISTS (SELECT 1 FROM pg_trigger t WHERE t.tgrelid = rel
-                   AND t.tgfoid = '@extschema@.dt_TruncateLargeObjects()'::regprocedure) THEN
-        EXECUTE format('CREATE TRIGGER dt_large_objects_truncate BEFORE TRUNCATE ON %s '
+    IF NOT EXISTS (SELECT 1 FROM pg_catalog.pg_trigger t WHERE t.tgrelid OPERATOR(pg_catalog.=) rel
+                   AND t.tgfoid OPERATOR(pg_catalog.=) '@extschema@.dt_ManageLargeObjects()'::pg_catalog.regprocedure) THEN
+        EXECUTE pg_catalog.format('CREATE TRIGGER dt_large_objects AFTER INSERT OR UPDATE OR DELETE ON %s '
+                       'FOR EACH ROW EXECUTE FUNCTION @extschema@.dt_ManageLargeObjects()', rel);
+        attached := true;
+    END IF;
+    IF NOT EXISTS (SELECT 1 FROM pg_catalog.pg_trigger t WHERE t.tgrelid OPERATOR(pg_catalog.=) rel
+                   AND t.tgfoid OPERATOR(pg_catalog.=) '@extschema@.dt_TruncateLargeObjects()'::pg_catalog.regprocedure) THEN
+        EXECUTE pg_catalog.format('CREATE TRIGGER dt_large_objects_truncate BEFORE TRUNCATE ON %s '
                        'FOR EACH STATEMENT EXECUTE FUNCTION @extschema@.dt_TruncateLargeObjects()', rel);
         attached := true;
     END IF;
+    IF attached AND kind OPERATOR(pg_catalog.=) 'r' THEN
+        -- Rows already there name objects of other rows (or none): each
+        -- takes a copy of its own through the triggers just attached.
+        FOR col IN
+            SELECT a.attname FROM pg_catalog.pg_attribute a
+            WHERE a.attrelid OPERATOR(pg_catalog.=) rel AND a.attnum OPERATOR(pg_catalog.>) 0 AND NOT a.attisdropped
+              AND a.atttypid OPERATOR(pg_catalog.=) '@extschema@.doc'::pg_catalog.regtype
+        LOOP
+            EXECUTE pg_catalog.format('UPDATE ONLY %s SET %I = @extschema@.assign(%I) WHERE @extschema@.dt_LOOid(%I) IS NOT NULL',
+                           rel, col, col, col);
+        END LOOP;
+    END IF;
     RETURN attached;
 END $$;
+COMMENT ON FUNCTION dt_AttachLargeObjectTriggers(regclass) IS 'puts the large-object triggers on a table with doc columns (its owner only)';
 
 CREATE FUNCTION dt_AttachOnCreate() RETURNS event_trigger
-LANGUAGE plpgsql SECURITY DEFINER SET search_path = @extschema@, pg_catalog, pg_temp AS $$
+LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp AS $$
 DECLARE
     r record;
 BEGIN
     -- A dump being restored (it turns check_function_bodies off) brings the
-    -- triggers itself, after the data and the reference counts.
-    IF current_setting('check_function_bodies') = 'off' THEN
+    -- triggers itself, after the data and the registry.
+    IF pg_catalog.current_setting('check_function_bodies') OPERATOR(pg_catalog.=) 'off' THEN
         RETURN;
     END IF;
-    FOR r IN SELECT DISTINCT objid FROM pg_event_trigger_ddl_commands()
-             WHERE object_type = 'table' AND classid = 'pg_class'::regclass
+    FOR r IN SELECT DISTINCT d.objid FROM pg_catalog.pg_event_trigger_ddl_commands() d
+             WHERE d.object_type OPERATOR(pg_catalog.=) 'table'
+               AND d.classid OPERATOR(pg_catalog.=) 'pg_catalog.pg_class'::pg_catalog.regclass
     LOOP
-        PERFORM dt_AttachLargeObjectTriggers(r.objid::regclass);
+        PERFORM @extschema@.dt_AttachLargeObjectTriggers(r.objid::pg_catalog.regclass);
     END LOOP;
 END $$;
+COMMENT ON FUNCTION dt_AttachOnCreate() IS 'event trigger: attaches the large-object triggers to new and altered tables';
 CREATE EVENT TRIGGER dt_attach_large_object_triggers ON ddl_command_end
     WHEN TAG IN ('CREATE TABLE', 'CREATE TABLE AS', 'SELECT INTO', 'ALTER TABLE')
     EXECUTE FUNCTION dt_AttachOnCreate();

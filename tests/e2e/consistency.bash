@@ -15,11 +15,13 @@ _doc_values() {
 lo_orphans() { q -c "SELECT count(*) FROM pg_largeobject_metadata m WHERE m.oid NOT IN (SELECT dt_LOOid(v) FROM ($(_doc_values)) s WHERE dt_LOOid(v) IS NOT NULL)"; }
 # Stored values whose large object is gone.
 lo_lost() { q -c "SELECT count(*) FROM ($(_doc_values)) s WHERE dt_LOOid(v) IS NOT NULL AND dt_LOOid(v) NOT IN (SELECT oid FROM pg_largeobject_metadata)"; }
-# Registered objects whose count differs from the values that name them.
-lo_miscounted() {
-    q -c "SELECT count(*) FROM (SELECT dt_LOOid(v) AS o, count(*) AS n FROM ($(_doc_values)) s
-            WHERE dt_LOOid(v) IS NOT NULL GROUP BY 1) s FULL JOIN dt_large_objects l ON l.loid = s.o
-          WHERE s.n IS DISTINCT FROM l.refs"
+# Objects named by more than one stored value.
+lo_shared() { q -c "SELECT count(*) FROM (SELECT dt_LOOid(v) FROM ($(_doc_values)) s WHERE dt_LOOid(v) IS NOT NULL GROUP BY 1 HAVING count(*) > 1) s"; }
+# Stored values whose object the registry does not record, and recorded
+# objects that no stored value names.
+lo_unrecorded() {
+    q -c "SELECT count(*) FROM (SELECT dt_LOOid(v) AS o FROM ($(_doc_values)) s WHERE dt_LOOid(v) IS NOT NULL) s
+          FULL JOIN dt_large_objects l ON l.loid = s.o WHERE s.o IS NULL OR l.loid IS NULL"
 }
-# All four at once: "orphans|lost|miscounted|vacuum" must be "0|0|0|0".
-lo_state() { echo "$(lo_orphans)|$(lo_lost)|$(lo_miscounted)|$(q -c "SELECT dt_VacuumLargeObjects()")"; }
+# All four at once: "orphans|lost|shared|unrecorded" must be "0|0|0|0".
+lo_state() { echo "$(lo_orphans)|$(lo_lost)|$(lo_shared)|$(lo_unrecorded)"; }

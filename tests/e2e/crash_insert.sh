@@ -67,7 +67,7 @@ check_after() {  # label
     same 0 "$bad" "$1: every committed document reads back equal to its file"
     same "$(q -c "SELECT count(DISTINCT dt_LOOid(body)) FROM docs")" \
          "$(q -c "SELECT count(*) FROM pg_largeobject_metadata")" "$1: no large object of the interrupted transaction"
-    same "0|0|0|0" "$(lo_state)" "$1: orphans|lost|miscounted|removed by dt_VacuumLargeObjects"
+    same "0|0|0|0" "$(lo_state)" "$1: orphans|lost|shared|unrecorded"
     check "$1: no temporary file and no directory of a dead backend" tmp_empty
 }
 

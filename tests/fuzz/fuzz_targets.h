@@ -28,6 +28,7 @@
 #include "error.h"
 #include "exprtree.h"
 #include "formatspec.h"
+#include "postingcodec.h"
 #include "queryeval.h"
 #include "queryoptions.h"
 #include "queryprint.h"
@@ -478,6 +479,32 @@ inline void Base64(const uint8_t *data, size_t size) {
     std::string back;
     FUZZ_CHECK(dt::channel::Base64Decode(enc, back));
     FUZZ_CHECK(back == text);
+}
+
+// Posting lists of the dtree index: the first byte is how many postings to
+// ask for, the rest the coded bytes.  Decoding either fails or gives
+// postings in row order whose coding is exactly the bytes it consumed.
+inline void PostingList(const uint8_t *data, size_t size) {
+    if (size == 0) return;
+    size_t n = data[0];
+    Exact in(data + 1, size - 1, false);
+    std::vector<dt::Posting> out(n + 1);
+    const unsigned char *bytes = reinterpret_cast<const unsigned char *>(in.p.get());
+    size_t used = dt::DecodePostings(bytes, size - 1, 0, out.data(), n);
+    if (used == SIZE_MAX) return;
+    FUZZ_CHECK(used <= size - 1);
+    for (size_t i = 1; i < n; i++) FUZZ_CHECK(out[i - 1].tid <= out[i].tid);
+    for (size_t i = 0; i < n; i++) FUZZ_CHECK(out[i].tid < (uint64_t(1) << 48));
+    size_t need = dt::EncodedSize(out.data(), n, 0);
+    std::vector<unsigned char> re(need + 1);
+    FUZZ_CHECK(dt::EncodePostings(out.data(), n, 0, re.data(), need) == need);
+    // Varbytes with needless zero continuation bytes decode too; the
+    // canonical coding is never longer.
+    FUZZ_CHECK(need <= used);
+    std::vector<dt::Posting> back(n + 1);
+    FUZZ_CHECK(dt::DecodePostings(re.data(), need, 0, back.data(), n) == need);
+    for (size_t i = 0; i < n; i++)
+        FUZZ_CHECK(back[i].tid == out[i].tid && back[i].count == out[i].count && back[i].wordcnt == out[i].wordcnt);
 }
 
 }  // namespace dtfuzz

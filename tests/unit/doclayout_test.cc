@@ -207,3 +207,20 @@ TEST(DocLayout, StoredLiteralRoundTrip) {
     ExpectCode([] { DocFromStoredLiteral("stored(AAAA):/x"); }, "TL001");
     EXPECT_FALSE(IsStoredLiteral("format(ascii):/stored(x)"));
 }
+
+TEST(DocLayout, DocWithHandleKeepsEverythingButTheHandle) {
+    std::string v = MakeLODocValue(filldtname("format(ascii):/tmp/a.txt"), "16411", 1001, true, 150, 90);
+    std::string w = DocWithHandle(v.data(), "1234567");
+    DocView a(v.data()), b(w.data());
+    EXPECT_EQ(*DocLOHandleExternal(w.data()), "1234567");
+    EXPECT_EQ(a.ht_wordcnt(), b.ht_wordcnt());
+    EXPECT_EQ(a.ht_hashentries(), b.ht_hashentries());
+    EXPECT_EQ(a.ht_offset(), b.ht_offset());
+    EXPECT_EQ(a.ht_realoffset(), b.ht_realoffset());
+    EXPECT_EQ(a.ht_flags(), b.ht_flags());
+    EXPECT_EQ(a.ht_lo_offset(), b.ht_lo_offset());
+    EXPECT_EQ(DocPath(v.data()), DocPath(w.data()));
+    EXPECT_EQ(b.ht_len(), w.size());
+    EXPECT_EQ(w.size(), v.size() + 2);
+    ValidateDocValue(w.data(), w.size());
+}

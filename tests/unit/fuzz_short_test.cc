@@ -258,4 +258,10 @@ TEST(FuzzShort, Base64) {
     RunAll(dtfuzz::Base64, in);
 }
 
+TEST(FuzzShort, PostingList) {
+    std::vector<std::string> vocab = {"\x01", "\x03", "\x10", "\x80", "\xff", "\x7f", "\x81\x01", "\x00", "\xff\xff\xff",
+                                      "\x05\x01\x02"};
+    RunAll(dtfuzz::PostingList, Generate(11, 4000, vocab, 24));
+}
+
 }  // namespace

@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# The dtree index against GIN and RUM at a million documents.
+#
+# Corpus: 1,000,000 documents drawn with repetition from the glosses of all
+# four WordNet data files (nouns, verbs, adjectives, adverbs: real text,
+# real word frequencies); row i holds gloss (i * 7919 mod G) + 1 of the G
+# glosses, so each gloss comes back about 8 times, scattered over the
+# table.  The documents are server files (ExternalFile), so the dtree
+# build reads and stems every text; the texts are kept beside them for
+# to_tsvector.  One run of each build (they take minutes); sizes are
+# pg_relation_size.  maintenance_work_mem is the server's default, so the
+# dtree build sorts through the external sort.
+#   DTREE_BENCH_DOCS  documents (default 1000000)
+# Writes bench/results/dtree_million.txt.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+out=bench/results/dtree_million.txt
+db=dtree_million
+N=${DTREE_BENCH_DOCS:-1000000}
+PGBIN=${PGBIN:-/usr/lib/postgresql/15/bin}
+G=${DOC_SERVER_DIR:-/tmp}/million_glosses
+trap 'rm -rf "$G"' EXIT
+share=$("$PGBIN/pg_config" --sharedir)/extension
+lib=$("$PGBIN/pg_config" --pkglibdir)
+if [ ! -f "$share/rum.control" ]; then
+    if ! dpkg-query -W -f='${Status}' postgresql-15-rum 2>/dev/null | grep -q 'install ok installed'; then
+        DEBIAN_FRONTEND=noninteractive apt-get install -y -qq postgresql-15-rum >/dev/null
+    fi
+    cp /usr/share/postgresql/15/extension/rum* "$share/"
+    cp /usr/lib/postgresql/15/lib/rum.so "$lib/"
+fi
+mkdir -p "$G"
+python3 - "$G" <<'PY'
+import sys
+d = sys.argv[1]
+i = 0
+with open(f"{d}/all.tsv", "w") as tsv:
+    for pos in ("noun", "verb", "adj", "adv"):
+        for line in open(f"/usr/share/wordnet/data.{pos}", encoding="latin-1"):
+            if line.startswith(" ") or " | " not in line:
+                continue
+            t = line.rstrip("\n").split(" | ", 1)[1].strip()
+            if not t:
+                continue
+            i += 1
+            with open(f"{d}/{i}.txt", "w") as f:
+                f.write(t + "\n")
+            tsv.write(f"{i}\t" + t.replace("\\", "\\\\") + "\n")
+PY
+chmod -R a+rX "$G"
+psql -X -q -d postgres -c "DROP DATABASE IF EXISTS $db" -c "CREATE DATABASE $db" 2>/dev/null
+export PGDATABASE=$db
+export PGOPTIONS="-c client_min_messages=warning"
+psql -X -q -v ON_ERROR_STOP=1 -f bench/bench_seconds.sql
+psql -X -q -v ON_ERROR_STOP=1 <<SQL
+CREATE EXTENSION document;
+CREATE EXTENSION rum;
+CREATE TABLE g (gid int, txt text);
+\\copy g FROM '$G/all.tsv'
+CREATE TABLE m AS
+SELECT i AS id, g.txt, ('format(ascii),ExternalFile:$G/' || g.gid || '.txt')::doc AS body
+  FROM generate_series(1, $N) i JOIN g ON g.gid = (i::bigint * 7919) % (SELECT count(*) FROM g) + 1;
+VACUUM ANALYZE m;
+CHECKPOINT;
+SQL
+ng=$(psql -X -q -A -t -c "SELECT count(*) FROM g")
+s() { psql -X -q -A -t -c "SET max_parallel_maintenance_workers = 0" -c "SELECT bench_seconds(\$q\$$1\$q\$)" | tail -1; }
+calc() { awk "BEGIN { print $1 }"; }
+dt=$(s "CREATE INDEX m_dt ON m USING dtree (body)")
+gcol=$(s "ALTER TABLE m ADD COLUMN tsv tsvector GENERATED ALWAYS AS (to_tsvector('english', txt)) STORED")
+gidx=$(s "CREATE INDEX m_gin ON m USING gin (tsv)")
+rum=$(s "CREATE INDEX m_rum ON m USING rum (tsv rum_tsvector_ops)")
+size() { psql -X -q -A -t -c "SELECT pg_relation_size('$1')"; }
+dts=$(size m_dt); gins=$(size m_gin); rums=$(size m_rum)
+stats=$(psql -X -q -A -t -F ' ' -c "SELECT distinct_terms, postings, documents, internal_pages, leaf_pages, posting_pages FROM dt_IndexStats('m_dt')")
+meta=$(psql -X -q -A -t -c "SELECT ReadMetaTerms('m_dt')")
+ck=$(s "SELECT dt_CheckIndex('m_dt')")
+mb() { calc "$1 / 1048576"; }
+{
+    echo "dtree index at a million documents ($(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, PostgreSQL $(psql -X -A -t -c 'SHOW server_version'), $(git rev-parse --short HEAD))"
+    echo "Corpus: $N documents drawn with repetition from the $ng glosses of WordNet's four data files (server files)"
+    echo "dtree: $meta; $stats (distinct terms, postings, documents, internal/leaf/posting pages)"
+    echo "dt_CheckIndex of the whole index: $(printf '%.1f' "$ck") s"
+    echo
+    echo "Build (one run, seconds)"
+    printf "  %-58s %8.1f\n" "dtree: CREATE INDEX USING dtree (body)" "$dt"
+    printf "  %-58s %8.1f\n" "GIN: stored to_tsvector column (table rewrite)" "$gcol"
+    printf "  %-58s %8.1f\n" "GIN: CREATE INDEX USING gin (tsv)" "$gidx"
+    printf "  %-58s %8.1f\n" "GIN total (column + index)" "$(calc "$gcol + $gidx")"
+    printf "  %-58s %8.1f\n" "RUM: CREATE INDEX USING rum (tsv rum_tsvector_ops)" "$rum"
+    printf "  %-58s %8.2f\n" "dtree / GIN total" "$(calc "$dt / ($gcol + $gidx)")"
+    echo
+    echo "Index size (MB)"
+    printf "  %-58s %8.1f\n" "dtree" "$(mb "$dts")"
+    printf "  %-58s %8.1f\n" "GIN" "$(mb "$gins")"
+    printf "  %-58s %8.1f\n" "RUM" "$(mb "$rums")"
+    printf "  %-58s %8.2f\n" "dtree / RUM" "$(calc "$dts / $rums")"
+} | tee "$out"
+psql -X -q -d postgres -c "DROP DATABASE $db"

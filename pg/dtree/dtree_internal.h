@@ -1,0 +1,76 @@
+// Routines shared by the files of the dtree access method (C-style: no C++
+// objects, may raise server errors).
+#pragma once
+
+extern "C" {
+#include "postgres.h"
+#include "access/amapi.h"
+#include "access/genam.h"
+#include "nodes/execnodes.h"
+#include "utils/rel.h"
+}
+
+#include "dtree_page.h"
+#include "postingcodec.h"
+
+// Writers (inserts, AddIndexTerms, VACUUM, the checker) run one at a time
+// per index: a heavyweight lock on the meta page's number.  Scans take no
+// such lock.
+void DtLockWriters(Relation index);
+void DtUnlockWriters(Relation index);
+
+// The leaf whose range holds key, from root down (moving right where a
+// high key says so); path, when given, gets the internal pages passed and
+// *depth their number.  InvalidBlockNumber when root is.
+BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int keylen, BlockNumber *path, int *depth);
+// The leftmost leaf, or InvalidBlockNumber for an empty tree.
+BlockNumber DtLeftmostLeaf(Relation index);
+
+// The leaf entry of key, copied into palloc'd memory (its length in *len),
+// or NULL.
+DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len);
+
+// The document list with every document, also those without terms.
+DtPostingIter *DtBeginDocList(Relation index);
+
+// Adds one posting to key's entry (made when missing) and the deltas to
+// the meta counters, in one WAL record.  The caller holds the writers' lock.
+void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Posting *p, int32 dterms, int32 ddocs);
+
+// A document's terms for indexing, sorted in byte order.
+typedef struct DtDocTerms {
+    int nterms;
+    char **terms;
+    int *lens;
+    int32 *counts;
+    int64 total;     // occurrences of all terms
+    uint32 wordcnt;  // the document's word count for ranking
+} DtDocTerms;
+
+// Reads a doc value's terms.  Raises a server error on failure.
+void DtGetDocTerms(Datum value, DtDocTerms *out);
+void DtFreeDocTerms(DtDocTerms *t);
+
+// Raises the module's error code with one named integer or string
+// parameter (name may be NULL).
+void DtRaiseInt(const char *code, const char *name, long long value) pg_attribute_noreturn();
+void DtRaiseStr(const char *code, const char *name, const char *value) pg_attribute_noreturn();
+void DtRaiseUser(const char *text) pg_attribute_noreturn();
+
+// Opens an index named by text for the SQL functions: L0002 when there is
+// no such relation, LI003 when it is not an index, "index not a dtree
+// index" for another kind of index.  The lock is kept.
+Relation DtOpenIndexByName(text *name, LOCKMODE lock);
+// The same for a regclass argument.
+Relation DtOpenIndexByOid(Oid relid, LOCKMODE lock);
+bool DtIsDtreeIndex(Relation rel);
+
+// Access-method callbacks.
+IndexBuildResult *dtbuild(Relation heap, Relation index, IndexInfo *indexInfo);
+void dtbuildempty(Relation index);
+bool dtinsert(Relation index, Datum *values, bool *isnull, ItemPointer ht_ctid, Relation heapRel,
+              IndexUniqueCheck checkUnique, bool indexUnchanged, IndexInfo *indexInfo);
+IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult *stats,
+                                    IndexBulkDeleteCallback callback, void *callback_state);
+IndexBulkDeleteResult *dtvacuumcleanup(IndexVacuumInfo *info, IndexBulkDeleteResult *stats);
+bool dtvalidate(Oid opclassoid);

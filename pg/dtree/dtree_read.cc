@@ -1,0 +1,200 @@
+// Reading postings: term lookup down the tree, then the entry's inline list
+// or its chain of posting pages, one page at a time.
+#include "dtree_page.h"
+#include "dtree_internal.h"
+
+#include <cstring>
+
+#include "dtreelayout.h"
+#include "postingcodec.h"
+
+extern "C" {
+#include "miscadmin.h"
+}
+
+struct DtPostingIter {
+    Relation index;
+    dt::Posting *postings;  // the current page's postings
+    uint32 n, pos, cap;
+    BlockNumber next;       // next posting page, or InvalidBlockNumber
+    int64 total;
+    bool alldocs;           // skip documents without terms
+    unsigned char scratch[BLCKSZ];
+};
+
+BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int keylen, BlockNumber *path, int *depth) {
+    BlockNumber blk = root;
+    int d = 0;
+    while (blk != InvalidBlockNumber) {
+        Buffer buf = ReadBuffer(index, blk);
+        LockBuffer(buf, BUFFER_LOCK_SHARE);
+        Page page = BufferGetPage(buf);
+        DtCheckPage(index, page, blk, DT_LEAF | DT_INTERNAL);
+        BlockNumber next;
+        if (DtBeyondHighKey(page, key, keylen)) {
+            next = DtPageGetOpaque(page)->rightlink;
+        } else if (DtPageGetOpaque(page)->flags & DT_INTERNAL) {
+            if (d >= DT_MAX_HEIGHT - 1) elog(ERROR, "dtree: tree too high");
+            if (path) path[d] = blk;
+            d++;
+            next = DtFindChild(page, key, keylen, NULL);
+        } else {
+            UnlockReleaseBuffer(buf);
+            break;
+        }
+        UnlockReleaseBuffer(buf);
+        blk = next;
+    }
+    if (depth) *depth = d;
+    return blk;
+}
+
+BlockNumber DtLeftmostLeaf(Relation index) {
+    DtMetaExtra x;
+    DtReadMetaPage(index, NULL, &x);
+    return DtDescend(index, x.root, "", 0, NULL, NULL);
+}
+
+DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len) {
+    DtMetaExtra x;
+    DtReadMetaPage(index, NULL, &x);
+    BlockNumber blk = DtDescend(index, x.root, key, keylen, NULL, NULL);
+    while (blk != InvalidBlockNumber) {
+        Buffer buf = ReadBuffer(index, blk);
+        LockBuffer(buf, BUFFER_LOCK_SHARE);
+        Page page = BufferGetPage(buf);
+        DtCheckPage(index, page, blk, DT_LEAF);
+        if (DtBeyondHighKey(page, key, keylen)) {
+            // The leaf split after the descent left it.
+            blk = DtPageGetOpaque(page)->rightlink;
+            UnlockReleaseBuffer(buf);
+            continue;
+        }
+        OffsetNumber off = DtFindEntry(page, key, keylen, NULL);
+        DtItemHeader *copy = NULL;
+        if (off != InvalidOffsetNumber) {
+            ItemId iid = PageGetItemId(page, off);
+            copy = (DtItemHeader *) palloc(ItemIdGetLength(iid));
+            memcpy(copy, PageGetItem(page, iid), ItemIdGetLength(iid));
+            if (len) *len = ItemIdGetLength(iid);
+        }
+        UnlockReleaseBuffer(buf);
+        return copy;
+    }
+    return NULL;
+}
+
+static void DtIterReserve(DtPostingIter *it, uint32 n) {
+    if (n <= it->cap) return;
+    uint32 cap = Max(n, it->cap * 2);
+    it->postings = it->postings ? (dt::Posting *) repalloc(it->postings, sizeof(dt::Posting) * cap)
+                                : (dt::Posting *) palloc(sizeof(dt::Posting) * cap);
+    it->cap = cap;
+}
+
+static void DtCorruptList(Relation index, BlockNumber blk) {
+    ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
+                    errmsg("dtree index \"%s\" has an undecodable posting list at block %u",
+                           RelationGetRelationName(index), blk)));
+}
+
+// Reads the next posting page into the iterator.
+static void DtIterLoadPage(DtPostingIter *it) {
+    BlockNumber blk = it->next;
+    Buffer buf = ReadBuffer(it->index, blk);
+    LockBuffer(buf, BUFFER_LOCK_SHARE);
+    Page page = BufferGetPage(buf);
+    DtCheckPage(it->index, page, blk, DT_POSTING | DT_DELETED);
+    DtPageOpaque *op = DtPageGetOpaque(page);
+    it->next = op->rightlink;
+    uint32 n = 0, nbytes = 0;
+    if (!(op->flags & DT_DELETED)) {
+        DtPostingPageHeader *h = DtPageGetPostingHeader(page);
+        n = h->npostings;
+        nbytes = h->nbytes;
+        if (nbytes > DT_POSTING_CAPACITY) nbytes = DT_POSTING_CAPACITY + 1;
+        else memcpy(it->scratch, DtPostingPageData(page), nbytes);
+    }
+    UnlockReleaseBuffer(buf);
+    if (nbytes > DT_POSTING_CAPACITY) DtCorruptList(it->index, blk);
+    DtIterReserve(it, n);
+    if (n && dt::DecodePostings(it->scratch, nbytes, 0, it->postings, n) == SIZE_MAX) DtCorruptList(it->index, blk);
+    it->n = n;
+    it->pos = 0;
+}
+
+static DtPostingIter *DtBeginKey(Relation index, const char *key, int keylen, bool alldocs) {
+    DtPostingIter *it = (DtPostingIter *) palloc0(sizeof(DtPostingIter));
+    it->index = index;
+    it->next = InvalidBlockNumber;
+    it->alldocs = alldocs;
+    Size len = 0;
+    DtItemHeader *e = DtLookupEntry(index, key, keylen, &len);
+    if (!e) return it;
+    it->total = e->value;
+    if (e->kind == dt::dtree::kChainEntry) {
+        DtChainRef ref;
+        memcpy(&ref, DtItemPayload(e), sizeof(ref));
+        it->next = ref.head;
+    } else {
+        DtIterReserve(it, e->value);
+        size_t room = len - sizeof(DtItemHeader) - e->keylen;
+        if (e->value && dt::DecodePostings(DtItemPayload(e), room, 0, it->postings, e->value) == SIZE_MAX)
+            DtCorruptList(index, InvalidBlockNumber);
+        it->n = e->value;
+    }
+    pfree(e);
+    return it;
+}
+
+DtPostingIter *DtBeginTermPostings(Relation index, const char *term, int termlen) {
+    if (termlen <= 0) {
+        // The empty term names the document list, not a term.
+        DtPostingIter *it = (DtPostingIter *) palloc0(sizeof(DtPostingIter));
+        it->index = index;
+        it->next = InvalidBlockNumber;
+        return it;
+    }
+    return DtBeginKey(index, term, termlen, false);
+}
+
+DtPostingIter *DtBeginAllDocs(Relation index) { return DtBeginKey(index, DT_DOCLIST_KEY, DT_DOCLIST_KEYLEN, true); }
+
+DtPostingIter *DtBeginDocList(Relation index) { return DtBeginKey(index, DT_DOCLIST_KEY, DT_DOCLIST_KEYLEN, false); }
+
+int64 DtIterPostingCount(DtPostingIter *it) { return it->total; }
+
+bool DtNextPosting(DtPostingIter *it, DtPosting *out) {
+    for (;;) {
+        while (it->pos < it->n) {
+            const dt::Posting &p = it->postings[it->pos++];
+            if (it->alldocs && p.count == 0) continue;
+            ItemPointerSet(&out->tid, dt::Tid48Block(p.tid), dt::Tid48Offset(p.tid));
+            out->count = (int32) p.count;
+            out->wordcnt = p.wordcnt;
+            return true;
+        }
+        if (it->next == InvalidBlockNumber) return false;
+        CHECK_FOR_INTERRUPTS();
+        DtIterLoadPage(it);
+    }
+}
+
+bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
+    uint64 want = dt::MakeTid48(ItemPointerGetBlockNumberNoCheck(tid), ItemPointerGetOffsetNumberNoCheck(tid));
+    for (;;) {
+        // Skip whole pages whose last posting is below the target.
+        if (it->pos < it->n && it->postings[it->n - 1].tid < want && it->next != InvalidBlockNumber) {
+            it->pos = it->n;
+            continue;
+        }
+        if (!DtNextPosting(it, out)) return false;
+        uint64 got = dt::MakeTid48(ItemPointerGetBlockNumberNoCheck(&out->tid), ItemPointerGetOffsetNumberNoCheck(&out->tid));
+        if (got >= want) return true;
+    }
+}
+
+void DtEndPostings(DtPostingIter *it) {
+    if (it->postings) pfree(it->postings);
+    pfree(it);
+}

@@ -1,0 +1,83 @@
+// Reading a dtree index: its counters, the postings of a term, and the list
+// of indexed documents.
+//
+// C-style interface for the scan and ranking code.  Every routine here may
+// raise a server error (ereport) and must therefore be called where no C++
+// object with a destructor is alive, or through dt::pg::ServerCall.  None
+// of them holds a buffer lock or pin when it returns: an iterator reads one
+// page at a time under a share lock, copies that page's postings into its
+// own palloc'd memory, and releases the page before handing them out, so a
+// caller may run any code (even code that reads the heap or throws) between
+// two calls of DtNextPosting.
+//
+// Concurrency: iterators see every posting that was committed to the index
+// before they began and possibly some added later; pages split or emptied
+// by concurrent inserts and VACUUM never make an iterator skip or repeat a
+// posting that stays in the index.  The index does not know visibility:
+// postings of dead or uncommitted rows are returned until VACUUM removes
+// them, so the caller checks the heap (or the visibility map).
+#pragma once
+
+extern "C" {
+#include "postgres.h"
+#include "storage/itemptr.h"
+#include "utils/rel.h"
+}
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// The meta page's counters.
+typedef struct DtMetaInfo {
+    int32 numterms;       // dtm_numterms: occurrences of all terms in all indexed documents
+    int32 numdocs;        // dtm_numdocs: indexed documents (non-null values)
+    int32 ndistinct;      // distinct terms
+    int64 npostings;      // postings of all terms (a term's list counts its repeats)
+    BlockNumber root;     // root of the term tree, InvalidBlockNumber when empty
+    int32 height;         // levels of the term tree (1: the root is a leaf)
+} DtMetaInfo;
+
+// One posting: the document at tid holds the term count times; wordcnt is
+// the document's word count (its stored ht_wordcnt, or, for a document that
+// stores none, the number of term occurrences counted when it was indexed).
+typedef struct DtPosting {
+    ItemPointerData tid;
+    int32 count;
+    uint32 wordcnt;
+} DtPosting;
+
+typedef struct DtPostingIter DtPostingIter;
+
+// Reads the meta page.  Raises an error if the relation is not a dtree index.
+void DtReadMeta(Relation index, DtMetaInfo *out);
+
+// The postings of one term (its bytes as the tree keys them: the stemmed,
+// lower-case word, no terminator), in heap-row order.  A term that is not
+// in the index gives an iterator with no postings.  A row may come more
+// than once in a row (terms added to it by AddIndexTerms are postings of
+// their own); such repeats are adjacent.
+DtPostingIter *DtBeginTermPostings(Relation index, const char *term, int termlen);
+
+// Every indexed document that has at least one term, in heap-row order:
+// count is the number of term occurrences indexed for it, wordcnt its word
+// count.  Documents without terms (and null values) are not listed.
+DtPostingIter *DtBeginAllDocs(Relation index);
+
+// The number of postings the iterator's list held when it began (the
+// term's document frequency, before visibility), or -1 if unknown.
+int64 DtIterPostingCount(DtPostingIter *it);
+
+// The next posting; false when there are no more.
+bool DtNextPosting(DtPostingIter *it, DtPosting *out);
+
+// Moves forward to the first posting whose row is >= tid (a skip for
+// intersections) and returns it like DtNextPosting.
+bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out);
+
+// Frees the iterator (it holds no buffer).
+void DtEndPostings(DtPostingIter *it);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,308 @@
+// VACUUM of a dtree index: the postings of dead rows leave their lists, the
+// counters drop by their counts (and by one document per dead row of the
+// document list), emptied entries leave their leaves, emptied posting pages
+// leave their chains, and pages deleted earlier, that no scan can still be
+// reading, are recycled.
+#include "dtree_internal.h"
+
+extern "C" {
+#include "access/transam.h"
+#include "commands/vacuum.h"
+#include "miscadmin.h"
+#include "storage/indexfsm.h"
+#include "storage/lmgr.h"
+}
+
+#include <cstring>
+
+#include "dtreelayout.h"
+
+using dt::dtree::kChainEntry;
+using dt::dtree::kInlineEntry;
+
+typedef struct DtVacCounts {
+    int64 dterms, ddocs, dpostings, ddistinct;
+} DtVacCounts;
+
+// Keeps the postings whose rows survive; returns how many remain and adds
+// what went to the counts.
+static uint32 DtFilterPostings(dt::Posting *arr, uint32 n, bool doclist, IndexBulkDeleteCallback callback,
+                               void *cbstate, DtVacCounts *c) {
+    uint32 k = 0;
+    for (uint32 i = 0; i < n; i++) {
+        ItemPointerData tid;
+        ItemPointerSet(&tid, dt::Tid48Block(arr[i].tid), dt::Tid48Offset(arr[i].tid));
+        if (callback(&tid, cbstate)) {
+            if (doclist) {
+                c->ddocs++;
+            } else {
+                c->dterms += arr[i].count;
+                c->dpostings++;
+            }
+        } else {
+            arr[k++] = arr[i];
+        }
+    }
+    return k;
+}
+
+static void DtMetaApply(Page meta, const DtVacCounts *c) {
+    DtPageGetMeta(meta)->dtm_numterms -= (int32) c->dterms;
+    DtPageGetMeta(meta)->dtm_numdocs -= (int32) c->ddocs;
+    DtPageGetMetaExtra(meta)->npostings -= c->dpostings;
+    DtPageGetMetaExtra(meta)->ndistinct -= (int32) c->ddistinct;
+}
+
+static Buffer DtLockMetaImage(Relation index, Page image) {
+    Buffer buf = ReadBuffer(index, DTREE_METAPAGE_BLKNO);
+    LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
+    DtCopyPage(image, buf);
+    return buf;
+}
+
+static void DtCorrupt(Relation index, BlockNumber blk) {
+    ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
+                    errmsg("dtree index \"%s\" has an undecodable posting list at block %u",
+                           RelationGetRelationName(index), blk)));
+}
+
+static void DtMarkDeleted(Page page) {
+    DtPageOpaque *op = DtPageGetOpaque(page);
+    op->flags = DT_DELETED;
+    op->deletexid = ReadNextFullTransactionId();
+    ((PageHeader) page)->pd_lower = SizeOfPageHeaderData;
+}
+
+// The inline entries of a locked leaf (image in img), as one record.
+static void DtVacuumInline(Relation index, Buffer lbuf, Page img, IndexBulkDeleteCallback callback, void *cbstate,
+                           IndexBulkDeleteResult *stats) {
+    DtVacCounts c = {0, 0, 0, 0};
+    Page out = DtPageImage();
+    DtInitPage(out, DtPageGetOpaque(img)->flags);
+    DtPageGetOpaque(out)->rightlink = DtPageGetOpaque(img)->rightlink;
+    OffsetNumber max = PageGetMaxOffsetNumber(img);
+    bool changed = false;
+    for (OffsetNumber off = FirstOffsetNumber; off <= max; off++) {
+        ItemId iid = PageGetItemId(img, off);
+        DtItemHeader *ih = (DtItemHeader *) PageGetItem(img, iid);
+        Size len = ItemIdGetLength(iid);
+        if (off < DtFirstDataOffset(img) || ih->kind != kInlineEntry) {
+            if (PageAddItem(out, (Item) ih, len, InvalidOffsetNumber, false, false) == InvalidOffsetNumber)
+                elog(ERROR, "dtree: vacuum could not rebuild a leaf");
+            continue;
+        }
+        bool doclist = ih->keylen == 0;
+        uint32 n = ih->value;
+        dt::Posting *arr = (dt::Posting *) palloc(sizeof(dt::Posting) * (n + 1));
+        Size paylen = len - sizeof(DtItemHeader) - ih->keylen;
+        if (n && dt::DecodePostings(DtItemPayload(ih), paylen, 0, arr, n) == SIZE_MAX)
+            DtCorrupt(index, BufferGetBlockNumber(lbuf));
+        uint32 k = DtFilterPostings(arr, n, doclist, callback, cbstate, &c);
+        if (k == n) {
+            PageAddItem(out, (Item) ih, len, InvalidOffsetNumber, false, false);
+        } else {
+            changed = true;
+            if (k == 0 && !doclist) {
+                c.ddistinct++;
+            } else {
+                size_t need = dt::EncodedSize(arr, k, 0);
+                Size sz = sizeof(DtItemHeader) + ih->keylen + need;
+                DtItemHeader *ni = (DtItemHeader *) palloc0(sz);
+                memcpy(ni, ih, sizeof(DtItemHeader) + ih->keylen);
+                ni->value = k;
+                dt::EncodePostings(arr, k, 0, DtItemPayload(ni), need);
+                PageAddItem(out, (Item) ni, sz, InvalidOffsetNumber, false, false);
+                pfree(ni);
+            }
+        }
+        pfree(arr);
+    }
+    if (changed) {
+        Page meta = DtPageImage();
+        Buffer mbuf = DtLockMetaImage(index, meta);
+        DtMetaApply(meta, &c);
+        Buffer bufs[2] = {lbuf, mbuf};
+        Page imgs[2] = {out, meta};
+        DtWritePages(index, 2, bufs, imgs, NULL);
+        UnlockReleaseBuffer(mbuf);
+        memcpy(img, out, BLCKSZ);
+        pfree(meta);
+        stats->tuples_removed += c.ddocs;
+    }
+    pfree(out);
+}
+
+// The chain of the entry at off of the locked leaf (image in img): one
+// record per changed posting page, with the leaf's count and the counters.
+static void DtVacuumChain(Relation index, Buffer lbuf, Page img, OffsetNumber off, IndexBulkDeleteCallback callback,
+                          void *cbstate, IndexBulkDeleteResult *stats, BufferAccessStrategy strategy) {
+    DtItemHeader *ih = DtPageItem(img, off);
+    bool doclist = ih->keylen == 0;
+    DtChainRef ref;
+    memcpy(&ref, DtItemPayload(ih), sizeof(ref));
+    Page pimg = DtPageImage(), meta = DtPageImage(), previmg = DtPageImage();
+    dt::Posting *arr = (dt::Posting *) palloc(sizeof(dt::Posting) * 2048);
+    uint32 cap = 2048;
+    Buffer prev = InvalidBuffer;
+    BlockNumber blk = ref.head;
+    while (blk != InvalidBlockNumber) {
+        vacuum_delay_point();
+        Buffer buf = ReadBufferExtended(index, MAIN_FORKNUM, blk, RBM_NORMAL, strategy);
+        LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
+        Page page = BufferGetPage(buf);
+        DtCheckPage(index, page, blk, DT_POSTING);
+        DtPostingPageHeader *h = DtPageGetPostingHeader(page);
+        uint32 n = h->npostings;
+        if (n > cap) {
+            cap = n;
+            arr = (dt::Posting *) repalloc(arr, sizeof(dt::Posting) * cap);
+        }
+        if (n && dt::DecodePostings(DtPostingPageData(page), h->nbytes, 0, arr, n) == SIZE_MAX) DtCorrupt(index, blk);
+        BlockNumber next = DtPageGetOpaque(page)->rightlink;
+        DtVacCounts c = {0, 0, 0, 0};
+        uint32 k = DtFilterPostings(arr, n, doclist, callback, cbstate, &c);
+        if (k != n) {
+            Buffer bufs[4];
+            Page imgs[4];
+            int nb = 0;
+            bool unlink = k == 0 && blk != ref.head;
+            DtInitPage(pimg, DT_POSTING);
+            if (unlink) {
+                memcpy(pimg, page, BLCKSZ);
+                DtMarkDeleted(pimg);
+                // The predecessor skips the page; a scan standing on it
+                // still finds its right link.
+                DtCopyPage(previmg, prev);
+                DtPageGetOpaque(previmg)->rightlink = next;
+                bufs[nb] = prev;
+                imgs[nb++] = previmg;
+                if (blk == ref.tail) ref.tail = BufferGetBlockNumber(prev);
+            } else {
+                DtPageGetOpaque(pimg)->rightlink = next;
+                DtPostingPageHeader *nh = DtPageGetPostingHeader(pimg);
+                size_t nbytes = k ? dt::EncodePostings(arr, k, 0, DtPostingPageData(pimg), DT_POSTING_CAPACITY) : 0;
+                nh->firsttid = k ? arr[0].tid : 0;
+                nh->lasttid = k ? arr[k - 1].tid : 0;
+                nh->npostings = k;
+                nh->nbytes = (uint32) nbytes;
+                ((PageHeader) pimg)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(pimg) + nbytes - (char *) pimg);
+            }
+            bufs[nb] = buf;
+            imgs[nb++] = pimg;
+            ih->value -= (n - k);
+            memcpy(DtItemPayload(ih), &ref, sizeof(ref));
+            bufs[nb] = lbuf;
+            imgs[nb++] = img;
+            Buffer mbuf = DtLockMetaImage(index, meta);
+            DtMetaApply(meta, &c);
+            bufs[nb] = mbuf;
+            imgs[nb++] = meta;
+            DtWritePages(index, nb, bufs, imgs, NULL);
+            UnlockReleaseBuffer(mbuf);
+            stats->tuples_removed += c.ddocs;
+            if (unlink) {
+                stats->pages_deleted++;
+                stats->pages_newly_deleted++;
+                UnlockReleaseBuffer(buf);
+                CHECK_FOR_INTERRUPTS();
+                blk = next;
+                continue;
+            }
+        }
+        if (prev != InvalidBuffer) UnlockReleaseBuffer(prev);
+        prev = buf;
+        blk = next;
+    }
+    if (prev != InvalidBuffer) UnlockReleaseBuffer(prev);
+    pfree(arr);
+    pfree(pimg);
+    pfree(meta);
+    pfree(previmg);
+}
+
+// Removes the chain entry at off when its list is empty: the entry leaves
+// the leaf and its head page is deleted.
+static void DtDropEmptyChain(Relation index, Buffer lbuf, Page img, OffsetNumber off) {
+    DtItemHeader *ih = DtPageItem(img, off);
+    if (ih->value != 0) return;
+    bool doclist = ih->keylen == 0;
+    DtChainRef ref;
+    memcpy(&ref, DtItemPayload(ih), sizeof(ref));
+    Buffer hbuf = ReadBuffer(index, ref.head);
+    LockBuffer(hbuf, BUFFER_LOCK_EXCLUSIVE);
+    Page himg = DtPageImage(), meta = DtPageImage();
+    DtCopyPage(himg, hbuf);
+    DtMarkDeleted(himg);
+    PageIndexTupleDelete(img, off);
+    Buffer mbuf = DtLockMetaImage(index, meta);
+    if (!doclist) DtPageGetMetaExtra(meta)->ndistinct -= 1;
+    Buffer bufs[3] = {lbuf, hbuf, mbuf};
+    Page imgs[3] = {img, himg, meta};
+    DtWritePages(index, 3, bufs, imgs, NULL);
+    UnlockReleaseBuffer(mbuf);
+    UnlockReleaseBuffer(hbuf);
+    pfree(himg);
+    pfree(meta);
+}
+
+IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult *stats,
+                                    IndexBulkDeleteCallback callback, void *callback_state) {
+    Relation index = info->index;
+    if (stats == NULL) stats = (IndexBulkDeleteResult *) palloc0(sizeof(IndexBulkDeleteResult));
+    BlockNumber blk = DtLeftmostLeaf(index);
+    Page img = DtPageImage();
+    while (blk != InvalidBlockNumber) {
+        vacuum_delay_point();
+        DtLockWriters(index);
+        Buffer lbuf = ReadBufferExtended(index, MAIN_FORKNUM, blk, RBM_NORMAL, info->strategy);
+        LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
+        DtCheckPage(index, BufferGetPage(lbuf), blk, DT_LEAF);
+        DtCopyPage(img, lbuf);
+        BlockNumber next = DtPageGetOpaque(img)->rightlink;
+        DtVacuumInline(index, lbuf, img, callback, callback_state, stats);
+        // Chains from the last entry back, so that dropping one moves none
+        // of those still to do.
+        for (OffsetNumber off = PageGetMaxOffsetNumber(img); off >= DtFirstDataOffset(img) && off > 0; off--) {
+            if (DtPageItem(img, off)->kind != kChainEntry) continue;
+            DtVacuumChain(index, lbuf, img, off, callback, callback_state, stats, info->strategy);
+            DtDropEmptyChain(index, lbuf, img, off);
+        }
+        UnlockReleaseBuffer(lbuf);
+        DtUnlockWriters(index);
+        blk = next;
+    }
+    pfree(img);
+    return stats;
+}
+
+IndexBulkDeleteResult *dtvacuumcleanup(IndexVacuumInfo *info, IndexBulkDeleteResult *stats) {
+    Relation index = info->index;
+    if (info->analyze_only) return stats;
+    if (stats == NULL) stats = (IndexBulkDeleteResult *) palloc0(sizeof(IndexBulkDeleteResult));
+    BlockNumber nblocks = RelationGetNumberOfBlocks(index);
+    BlockNumber nfree = 0, ndeleted = 0;
+    for (BlockNumber blk = DTREE_METAPAGE_BLKNO + 1; blk < nblocks; blk++) {
+        vacuum_delay_point();
+        Buffer buf = ReadBufferExtended(index, MAIN_FORKNUM, blk, RBM_NORMAL, info->strategy);
+        LockBuffer(buf, BUFFER_LOCK_SHARE);
+        Page page = BufferGetPage(buf);
+        bool isnew = PageIsNew(page);
+        bool deleted = !isnew && (DtPageGetOpaque(page)->flags & DT_DELETED);
+        bool recyclable = isnew || (deleted && GlobalVisCheckRemovableFullXid(NULL, DtPageGetOpaque(page)->deletexid));
+        UnlockReleaseBuffer(buf);
+        if (deleted) ndeleted++;
+        if (recyclable) {
+            RecordFreeIndexPage(index, blk);
+            nfree++;
+        }
+    }
+    IndexFreeSpaceMapVacuum(index);
+    DTMetaPageData m;
+    DtReadMetaPage(index, &m, NULL);
+    stats->num_pages = nblocks;
+    stats->pages_free = nfree;
+    stats->pages_deleted = ndeleted;
+    stats->num_index_tuples = m.dtm_numdocs;
+    stats->estimated_count = false;
+    return stats;
+}
