@@ -73,17 +73,6 @@ COMMENT ON FUNCTION Occurrences(doc, text) IS 'the counts in a document of the s
 COMMENT ON FUNCTION TopNTerms(doc, integer) IS 'the n most frequent terms of a document as "stem:count " items';
 
 -- Large objects.
-COMMENT ON FUNCTION assign(doc) IS 'adds one reference to a document''s large object; returns the document';
-COMMENT ON FUNCTION destroy(doc) IS 'drops one reference to a document''s large object; the object goes with its last reference';
-COMMENT ON FUNCTION dt_ManageLargeObjects() IS
-    'row trigger of tables with doc columns: counts the references to documents'' large objects on insert, update and delete';
-COMMENT ON FUNCTION dt_TruncateLargeObjects() IS 'statement trigger of tables with doc columns: drops the references of a truncated table';
-COMMENT ON FUNCTION dt_VacuumLargeObjects() IS
-    'recounts the references of every doc column and removes the large objects nobody refers to; returns how many it removed';
-COMMENT ON FUNCTION dt_DropLargeObjects() IS 'event trigger function: collects the large objects of dropped tables and doc columns';
-COMMENT ON FUNCTION dt_AttachLargeObjectTriggers(regclass) IS
-    'attaches the large-object triggers to a table with doc columns and counts the documents already in it';
-COMMENT ON FUNCTION dt_AttachOnCreate() IS 'event trigger function: attaches the large-object triggers to new and altered tables with doc columns';
 COMMENT ON EVENT TRIGGER dt_drop_large_objects IS 'removes the large objects of dropped tables and doc columns';
 COMMENT ON EVENT TRIGGER dt_attach_large_object_triggers IS 'gives every new or altered table with doc columns its large-object triggers';
 
