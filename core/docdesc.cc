@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "ctypefast.h"
+#include "charclass.h"
 #include "doclayout.h"
 #include "error.h"
 #include "regularfile.h"
@@ -199,14 +199,16 @@ int _dt_GetDocBuffer(DocDesc &doc) {
 
 bool _dt_GetStem(char *word, const StemHooks &hooks, std::string &term) {
     if (word[0] == ')' || word[0] == '(' || word[0] == '!') return false;
-    for (char *p = word; *p; p++)
-        if (IsUpperChar((unsigned char)*p)) *p = ToLowerChar((unsigned char)*p);
-    if (hooks.isStopWord && hooks.isStopWord(word)) return false;
+    size_t len = std::strlen(word);
+    std::string lower = FoldCase(word, len);
+    // In place as well, when folding kept the length (always for ASCII).
+    if (lower.size() == len) std::memcpy(word, lower.data(), len);
+    if (hooks.isStopWord && hooks.isStopWord(lower.c_str())) return false;
     if (!hooks.stemWord) {
-        term = word;
+        term = std::move(lower);
         return true;
     }
-    return hooks.stemWord(word, term);
+    return hooks.stemWord(lower.c_str(), term);
 }
 
 namespace {
@@ -214,7 +216,15 @@ const char *NextWord(DocDesc &doc, bool stem, const char *operation) {
     if (doc.doc_flags & kDocExhausted) return nullptr;
     for (;;) {
         PollInterrupts();
-        char *w = _dt_WordFromString(doc.doc_buf, &doc.doc_windex);
+        char *w;
+        try {
+            w = _dt_WordFromString(doc.doc_buf, &doc.doc_windex);
+        } catch (const Error &e) {
+            // A word too long: say in which document.
+            if (e.code() == "XD00L" && !doc.doc_name.empty())
+                ErrorRaiseVA("XD00L", "FILENAME%s", doc.doc_name);
+            throw;
+        }
         if (*w) {
             if (!stem) {
                 doc.doc_term = w;

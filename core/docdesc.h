@@ -112,8 +112,9 @@ const char *_dt_GetWordFromDoc(DocDesc &doc);
 const char *_dt_GetStopWordFromDoc(DocDesc &doc);
 
 // Normalises one word into a term: false for "(", ")", "!" tokens, stop
-// words and words the stemmer reports as stop words.  Lower-cases `word` in
-// place.
+// words and words the stemmer reports as stop words.  The word is folded
+// to lower case (FoldCase, charclass.h) before the stop-word test, and
+// `word` is lower-cased in place when that keeps its length in bytes.
 bool _dt_GetStem(char *word, const StemHooks &hooks, std::string &term);
 
 // Counts one occurrence: 1 if the word was present, 0 if it is new.

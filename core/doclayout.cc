@@ -54,6 +54,28 @@ uint16_t GetU16(const void *v, int off) {
 }
 void PutU16(void *v, int off, uint16_t x) { std::memcpy(static_cast<char *>(v) + off, &x, 2); }
 
+namespace {
+
+// The part before a literal's first colon must be a parameter list: its
+// parentheses balance, and it is not the start of a path that holds a colon.
+void CheckLiteralSpec(const std::string &literal, const std::string &spec) {
+    int depth = 0;
+    for (char c : spec) {
+        if (c == '(') depth++;
+        if (c == ')' && --depth < 0) break;
+    }
+    if (depth != 0)
+        ErrorRaiseVA("22T02", "TYPE%s", "doc", "STRING%s", "\"" + spec + "\"", "SYNTAX%s",
+                     "parameter list: its parentheses do not balance (write name(value), ... before the colon)");
+    if (spec.find('/') != std::string::npos && findparam("format", spec.c_str(), nullptr, 0) < 0)
+        throw Error::User("document path \"" + literal + "\" holds a colon, so \"" + spec +
+                              "\" before it was read as a format specification",
+                          "XD00U", "A literal is cut at its first colon: parameters, a colon, then the path.",
+                          "Put a format before a path that holds a colon: format(ascii):" + literal);
+}
+
+}  // namespace
+
 DocHeader filldtname(const std::string &literal) {
     size_t size = (literal.size() + 29 + 3) & ~size_t(3);
     if (size > 0xFFFF)
@@ -68,6 +90,7 @@ DocHeader filldtname(const std::string &literal) {
         h.bytes[kDocHeaderSize + colon] = '\0';
         PutU16(&h.bytes[0], 24, (uint16_t)(colon + 1));
         const char *spec = &h.bytes[kDocHeaderSize];
+        CheckLiteralSpec(literal, spec);
         if (findparam("format", spec, nullptr, 0) < 0) ErrorRaise("XD00U");
     }
     return h;

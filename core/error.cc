@@ -14,7 +14,10 @@ struct CatalogueEntry {
 };
 
 // One readable message per code.  {NAME} is replaced by the parameter of
-// that name; a parameter that was not given leaves "?" in its place.
+// that name; a parameter that was not given leaves "?" in its place.  A part
+// in [brackets] is shown only when every parameter named inside it was
+// given (REASON: the operating system's reason; ACCESS: what the file was
+// opened for).
 const CatalogueEntry kCatalogue[] = {
     {"XD001", "a dtree index must have exactly one column, not {NKEY}"},
     {"XD002", "partial dtree indexes are not supported"},
@@ -32,22 +35,22 @@ const CatalogueEntry kCatalogue[] = {
     {"XD00E", "could not start a scan of WordNet index \"{TABNAME}\""},
     {"XD00F", "WordNet exception index entry has an invalid row identifier"},
     {"XD00G", "WordNet exception row could not be fetched"},
-    {"XD00H", "could not open document \"{FILENAME}\""},
+    {"XD00H", "could not open document \"{FILENAME}\"[: {REASON}]"},
     {"XD00I", "query ends where a word or \"(\" was expected"},
     {"XD00J", "unbalanced parentheses in query"},
     {"XD00K", "unknown query operator \"{OP}\" (expected and, or, andnot)"},
-    {"XD00L", "word longer than 1024 characters"},
-    {"XD00M", "could not create, open or examine server file \"{FILENAME}\""},
-    {"XD00N", "could not convert document \"{FILENAME}\" from \"{IN}\" to ASCII text"},
-    {"XD00O", "could not open file \"{FILENAME}\" with mode {MODE} and permissions {PERM}"},
-    {"XD00P", "could not read {SIZE} bytes of file \"{FILENAME}\""},
+    {"XD00L", "word longer than 1024 characters[ in document \"{FILENAME}\"]"},
+    {"XD00M", "could not create, open or examine server file \"{FILENAME}\"[: {REASON}]"},
+    {"XD00N", "could not convert document \"{FILENAME}\" from \"{IN}\" to ASCII text[: {REASON}]"},
+    {"XD00O", "could not open file \"{FILENAME}\"[ for {ACCESS}][: {REASON}]"},
+    {"XD00P", "could not read {SIZE} bytes of file \"{FILENAME}\"[: {REASON}]"},
     {"XD00Q", "term table string area has {GOT_LEN} bytes, expected {EXPECT_LEN}"},
     {"XD00R", "term table entry count does not match (string area {GOT_LEN} bytes, expected {EXPECT_LEN})"},
-    {"XD00S", "could not write {SIZE} bytes to file \"{FILENAME}\""},
+    {"XD00S", "could not write {SIZE} bytes to file \"{FILENAME}\"[: {REASON}]"},
     {"XD00T", "no conversion from \"{IN}\" to \"{OUT}\" (no path, or a step failed)"},
     {"XD00U", "format specification has no \"format\" parameter"},
     {"22T02", "invalid argument to {TYPE}: {STRING} is not a valid {SYNTAX}"},
-    {"TL001", "{NAME}: {OPERATION} failed"},
+    {"TL001", "{NAME}: {OPERATION} failed[: {REASON}]"},
     {"L0002", "{OBJECT} \"{OBJ_NAME}\" does not exist"},
     {"LI003", "relation \"{TABLE_NAME}\" is not an index"},
     {"M0001", "could not get a new buffer for relation \"{TABLE_NAME}\""},
@@ -74,16 +77,33 @@ const std::vector<std::string> &CatalogueCodes() {
     return codes;
 }
 
-std::string FillMessage(const std::string &templ, const std::vector<ErrorParam> &params) {
-    std::string out;
-    for (size_t i = 0; i < templ.size(); ++i) {
+namespace {
+
+const std::string *FindParam(const std::vector<ErrorParam> &params, const std::string &name) {
+    for (const auto &p : params)
+        if (p.name == name) return &p.value;
+    return nullptr;
+}
+
+// Fills templ[from, to) and tells whether every parameter it names was given.
+bool FillRange(const std::string &templ, size_t from, size_t to, const std::vector<ErrorParam> &params,
+               std::string &out) {
+    bool all = true;
+    for (size_t i = from; i < to; ++i) {
+        if (templ[i] == '[') {
+            size_t end = templ.find(']', i);
+            if (end != std::string::npos && end < to) {
+                std::string part;
+                if (FillRange(templ, i + 1, end, params, part)) out += part;
+                i = end;
+                continue;
+            }
+        }
         if (templ[i] == '{') {
             size_t end = templ.find('}', i);
-            if (end != std::string::npos) {
-                std::string name = templ.substr(i + 1, end - i - 1);
-                const std::string *val = nullptr;
-                for (const auto &p : params)
-                    if (p.name == name) { val = &p.value; break; }
+            if (end != std::string::npos && end < to) {
+                const std::string *val = FindParam(params, templ.substr(i + 1, end - i - 1));
+                if (!val) all = false;
                 out += val ? *val : "?";
                 i = end;
                 continue;
@@ -91,6 +111,14 @@ std::string FillMessage(const std::string &templ, const std::vector<ErrorParam> 
         }
         out += templ[i];
     }
+    return all;
+}
+
+}  // namespace
+
+std::string FillMessage(const std::string &templ, const std::vector<ErrorParam> &params) {
+    std::string out;
+    FillRange(templ, 0, templ.size(), params, out);
     return out;
 }
 
@@ -103,8 +131,9 @@ Error::Error(std::string code, std::vector<ErrorParam> params)
         message_ = "error " + code_;
 }
 
-Error Error::User(std::string text, std::string sqlstate, std::string detail) {
+Error Error::User(std::string text, std::string sqlstate, std::string detail, std::string hint) {
     Error e;
+    e.hint_ = std::move(hint);
     e.userDetail_ = std::move(detail);
     e.code_ = std::move(sqlstate);
     e.message_ = std::move(text);
@@ -137,6 +166,10 @@ std::string Error::detail() const {
     if (user_) return userDetail_;
     std::string d;
     for (const auto &p : params_) {
+        if (p.name == "HINT") continue;  // reported as the hint
+        // Open flags and permission bits in octal mean nothing to a user;
+        // the message says what the file was opened for instead.
+        if (p.name == "MODE" || p.name == "PERM") continue;
         if (!d.empty()) d += ", ";
         d += p.name + "=" + p.value;
     }

@@ -35,7 +35,8 @@ public:
     // A catalogue error: code plus named parameters.
     Error(std::string code, std::vector<ErrorParam> params);
     // A ready-text error (User_ErrorRaise).  sqlstate defaults to 22023.
-    static Error User(std::string text, std::string sqlstate = "22023", std::string detail = "");
+    static Error User(std::string text, std::string sqlstate = "22023", std::string detail = "",
+                      std::string hint = "");
     // An error of the server passed through the module: its hint and its
     // context (the server's "CONTEXT:" lines) are kept as the server gave
     // them, so that they reach the client unchanged.
@@ -56,7 +57,9 @@ public:
     // The readable message: the catalogue text with parameters filled in,
     // or the ready text of a user error.
     const std::string &message() const { return message_; }
-    // "NAME=value, NAME=value" (empty when there are no parameters).
+    // "NAME=value, NAME=value" (empty when there are no parameters); a
+    // HINT parameter is left out (the server reports it as the hint), and so are
+    // MODE and PERM (open flags and permission bits, kept for callers).
     // A user error's own detail text, if it has one.
     std::string detail() const;
 

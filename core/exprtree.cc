@@ -3,6 +3,7 @@
 #include <cctype>
 #include <vector>
 
+#include "charclass.h"
 #include "error.h"
 
 namespace dt {
@@ -21,10 +22,9 @@ DocExprNode *_dt_MakeExprNode(ExprArena &arena, const QueryStemmer &stemmer,
     if (op != EXPR_WORD) return NewExprNode(arena, op, word);
     // Only a real word (the tokenizer's words begin with a letter) is folded
     // and stemmed; the lenient operands "" and ")" stay as written.
-    if (word.empty() || !std::isalpha((unsigned char)word[0]))
+    if (word.empty() || !IsWordStart(word.c_str()))
         return NewExprNode(arena, EXPR_WORD, word);
-    std::string lower = word;
-    for (char &c : lower) c = (char)std::tolower((unsigned char)c);
+    std::string lower = FoldCase(word);
     bool isStop = false;
     std::string stem = stemmer.stemWord ? stemmer.stemWord(lower, &isStop) : lower;
     return NewExprNode(arena, isStop ? EXPR_STOPWORD : EXPR_WORD, stem);

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 
+#include "charclass.h"
 #include "tokenizer.h"
 #include "interrupt.h"
 
@@ -23,8 +24,7 @@ DocExprNode *AddToOrChain(ExprArena &arena, DocExprNode *tree, DocExprNode *leaf
 
 bool StemToken(const QueryStemmer &stemmer, const std::string &token, std::string *term) {
     if (token.empty() || token[0] == '(' || token[0] == ')' || token[0] == '!') return false;
-    std::string lower = token;
-    for (char &c : lower) c = (char)std::tolower((unsigned char)c);
+    std::string lower = FoldCase(token);
     if (stemmer.isStopWord && stemmer.isStopWord(lower)) return false;
     bool isStop = false;
     std::string stem = stemmer.stemWord ? stemmer.stemWord(lower, &isStop) : lower;

@@ -56,6 +56,18 @@ DocExprNode *ParseOperand(ExprArena &arena, const QueryStemmer &stemmer, int par
     return n;
 }
 
+// XD00K for a word where an operator belongs.  When the word before it was
+// a stop word ("not", "but"), the user most likely meant it as an operator.
+[[noreturn]] void RaiseUnknownOperator(const std::string &tok, const DocExprNode *last) {
+    std::string hint;
+    if (last && last->node_op == EXPR_STOPWORD && !last->node_word.empty())
+        hint = "\"" + last->node_word + "\" is a stop word, which queries leave out, not an operator; write ! "
+               "before a word to leave out the documents that have it: and !" + tok;
+    else
+        hint = "Join words with and, or or andnot; write ! before a word to negate it.";
+    ErrorRaiseVA("XD00K", "OP%s", tok, "HINT%s", hint);
+}
+
 }  // namespace
 
 DocExprNode *_dt_MakeExprTree(ExprArena &arena, const QueryStemmer &stemmer, int parencnt,
@@ -64,6 +76,7 @@ DocExprNode *_dt_MakeExprTree(ExprArena &arena, const QueryStemmer &stemmer, int
     int local = 0;
     int *idx = index ? index : &local;
     DocExprNode *tree = ParseOperand(arena, stemmer, parencnt, str, idx);
+    const DocExprNode *last = tree;  // the operand just read
     for (;;) {
         std::string tok = NextToken(str, idx);
         if (tok.empty()) {
@@ -80,8 +93,9 @@ DocExprNode *_dt_MakeExprTree(ExprArena &arena, const QueryStemmer &stemmer, int
         else if (tok.compare(0, 2, "or") == 0)
             op = EXPR_OR;
         else
-            ErrorRaiseVA("XD00K", "OP%s", tok);
+            RaiseUnknownOperator(tok, last);
         DocExprNode *right = ParseOperand(arena, stemmer, parencnt, str, idx);
+        last = right;
         DocExprNode *n = _dt_MakeExprNode(arena, stemmer, tok, op);
         n->node_left = tree;
         n->node_right = right;

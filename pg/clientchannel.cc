@@ -237,9 +237,10 @@ void ReceiveInto(int fd, const std::string &filename, const std::string &outfile
 
 void GetClientFile(const char *filename, const char *outfilename) {
     if (filename == nullptr || *filename == '\0')
-        dt::ErrorRaiseVA("22T02", "TYPE%s", "GetClientFile", "STRING%s", "(null)", "SYNTAX%s", "filename");
+        dt::ErrorRaiseVA("22T02", "TYPE%s", "the client file transfer", "STRING%s", "\"\"", "SYNTAX%s",
+                         "client file name");
     if (outfilename == nullptr || *outfilename == '\0')
-        dt::ErrorRaiseVA("XD00M", "FILENAME%s", "(null)");
+        dt::ErrorRaiseVA("XD00M", "FILENAME%s", "\"\"", "REASON%s", "no server file named");
     std::string in = filename, out = outfilename;
     size_t slash = out.rfind('/');
     std::string outdir = slash == std::string::npos ? "." : out.substr(0, slash == 0 ? 1 : slash);

@@ -84,7 +84,7 @@ Datum pgdoc_PutClientFile(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         std::string from, to;
         if (!NonEmptyTextArg(fcinfo, 0, from) || !NonEmptyTextArg(fcinfo, 1, to))
-            dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "(null)", "SYNTAX%s", "string");
+            dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "NULL or ''", "SYNTAX%s", "string");
         dt::pg::RequireServerFileRead(from);
         dt::pg::PutClientFile(from, to);
         return PointerGetDatum(dt::pg::StringToText(to));
@@ -97,7 +97,7 @@ Datum pgdoc_dt_ClientFileInfo(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         std::string client;
         if (!NonEmptyTextArg(fcinfo, 0, client))
-            dt::ErrorRaiseVA("22T02", "TYPE%s", "GetClientFile", "STRING%s", "(null)", "SYNTAX%s", "filename");
+            dt::ErrorRaiseVA("22T02", "TYPE%s", "dt_ClientFileInfo", "STRING%s", "NULL or ''", "SYNTAX%s", "client file name");
         TupleDesc desc;
         dt::pg::ServerCall([&] {
             if (get_call_result_type(fcinfo, nullptr, &desc) != TYPEFUNC_COMPOSITE)

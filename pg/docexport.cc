@@ -12,6 +12,7 @@
 #include "conversion.h"
 #include "docfunctions.h"
 #include "docinput.h"
+#include "docscan.h"
 #include "doclayout.h"
 #include "docvalue.h"
 #include "formatspec.h"
@@ -69,7 +70,9 @@ void DeleteParam(std::string &list, const char *name) {
 }
 
 void RequireDirectory(const std::string &dir, const char *func) {
-    if (dir.empty()) dt::ErrorRaiseVA("TL001", "NAME%s", "(null directory)", "OPERATION%s", func);
+    if (dir.empty())
+        dt::ErrorRaiseVA("TL001", "NAME%s", "Directory error", "OPERATION%s", func, "REASON%s",
+                         "no directory given (an empty name)");
 }
 
 }  // namespace
@@ -98,7 +101,7 @@ void PushLargeObject(const void *value, const std::string &lohandle, const std::
 
 void OpenForPush(LargeObject &lo, const std::string &lohandle) {
     if (lohandle.empty())
-        dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "(null)", "SYNTAX%s", "string");
+        dt::ErrorRaiseVA("22T02", "TYPE%s", "PutClientFile", "STRING%s", "NULL", "SYNTAX%s", "string");
     try {
         OpenLargeObject(lo, lohandle, false);
     } catch (const dt::Error &) {
@@ -120,6 +123,26 @@ void PutClientLargeObjectAs(const void *value, const std::string &lohandle, cons
     LargeObject lo;
     OpenForPush(lo, lohandle);
     PushLargeObject(value, lohandle, name, lo);
+}
+
+// Sends the stored text of a server-file document (its first ht_realoffset
+// bytes, as GetDocText reads it) to the client file name.  A file that is
+// gone or shorter now raises TL001 before anything is sent.
+void PushExternalDocument(const void *value, const std::string &name) {
+    dt::DocSource src = ExternalDocSource(value);
+    long long size = dt::DocView(value).ht_realoffset();
+    PushBegin(name, size);
+    std::vector<char> buf(65536);
+    long long total = 0;
+    for (;;) {
+        CheckInterrupts();
+        int got = src.read(buf.data(), (int)buf.size());
+        if (got == 0) break;
+        PushData(buf.data(), (size_t)got);
+        total += got;
+    }
+    src.close();
+    PushEnd(total);
 }
 
 std::string SendClientSmallDocFile(const std::string &path, const void *value) {
@@ -153,7 +176,7 @@ Datum pgdoc_GetDoc(PG_FUNCTION_ARGS) {
         // The directory and the base of the stored path, without a suffix.
         std::string name = dt::pg::CutSuffix(dt::_dt_MakeTempName(dir, dt::DocPath(v)));
         if (dt::IsExternalHandle(*handle)) {
-            dt::pg::PutClientFile(dt::ExternalHandlePath(*handle), name);
+            dt::pg::PushExternalDocument(v, name);
         } else {
             dt::pg::PutClientLargeObjectAs(v, *handle, name);
         }

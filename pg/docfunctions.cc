@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include "boundary.h"
@@ -51,35 +52,6 @@ void WriteAll(OutputFile &f, const char *p, size_t n) {
     }
 }
 
-[[noreturn]] void RaiseTooLong(const std::string &path) {
-    throw dt::Error::User("server file \"" + path + "\" is longer than the largest document (" +
-                              std::to_string(dt::kMaxDocumentBytes) + " bytes)",
-                          "54000");
-}
-
-// The whole text of a server file: a regular file of at most the largest
-// document's size.
-std::string ReadServerFile(const std::string &path) {
-    long long size = 0;
-    std::string why;
-    dt::ReadFd in(dt::OpenRegularFile(path, &size, &why));
-    if (in.fd < 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path, "REASON%s", why);
-    if (size > dt::kMaxDocumentBytes) RaiseTooLong(path);
-    std::string out;
-    out.reserve((size_t)size);
-    std::vector<char> buf(65536);
-    for (;;) {
-        CheckInterrupts();
-        ssize_t got = read(in.fd, buf.data(), buf.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) dt::ErrorRaiseVA("XD00P", "SIZE%d", (int)buf.size(), "FILENAME%s", path);
-        if (got == 0) break;
-        // It may have grown since it was opened.
-        if ((long long)(out.size() + got) > dt::kMaxDocumentBytes) RaiseTooLong(path);
-        out.append(buf.data(), got);
-    }
-    return out;
-}
 
 }  // namespace
 
@@ -87,7 +59,7 @@ std::string DocumentText(const void *value) {
     dt::DocView d(value);
     auto handle = dt::DocLOHandleExternal(value);
     if (!handle) return dt::DocSmallText(value);
-    if (dt::IsExternalHandle(*handle)) return ReadServerFile(dt::ExternalHandlePath(*handle));
+    if (dt::IsExternalHandle(*handle)) return ExternalDocText(value);
     return ReadLargeObjectText(value);
 }
 
@@ -98,7 +70,8 @@ std::string WriteDocToServerFile(const void *value, const std::string &directory
     if (f.fd < 0) {
         std::string failed = f.path;
         f.path.clear();  // not ours to remove
-        dt::ErrorRaiseVA("XD00O", "FILENAME%s", failed, "MODE%o", 769, "PERM%o", 438);
+        dt::ErrorRaiseVA("XD00O", "FILENAME%s", failed, "MODE%o", 769, "PERM%o", 438, "ACCESS%s", "writing",
+                         "REASON%s", strerror(errno));
     }
     auto handle = dt::DocLOHandleExternal(value);
     if (handle && !dt::IsExternalHandle(*handle)) {
@@ -155,7 +128,8 @@ Datum pgdoc_DocLength(PG_FUNCTION_ARGS) {
         if (handle && dt::IsExternalHandle(*handle)) {
             std::string path = dt::ExternalHandlePath(*handle);
             struct stat st;
-            if (stat(path.c_str(), &st) != 0) dt::ErrorRaiseVA("XD00M", "FILENAME%s", path);
+            if (stat(path.c_str(), &st) != 0)
+                dt::ErrorRaiseVA("XD00M", "FILENAME%s", path, "REASON%s", strerror(errno));
             return Int32GetDatum((int32)st.st_size);
         }
         return Int32GetDatum(dt::DocView(v).ht_realoffset());
@@ -211,7 +185,8 @@ Datum pgdoc_GetDocInternal(PG_FUNCTION_ARGS) {
         const void *v = dt::pg::DocArg(fcinfo, 0);
         std::string dir = dt::pg::TextArg(fcinfo, 1);
         if (dir.empty())
-            dt::ErrorRaiseVA("TL001", "NAME%s", "(null directory)", "OPERATION%s", "GetDocInternal");
+            dt::ErrorRaiseVA("TL001", "NAME%s", "Directory error", "OPERATION%s", "GetDocInternal",
+                             "REASON%s", "no directory given (an empty name)");
         dt::pg::RequireRole(ROLE_PG_WRITE_SERVER_FILES, "pg_write_server_files",
                             "write server files with GetDocInternal");
         std::string file = dt::pg::WriteDocToServerFile(v, dir);

@@ -33,6 +33,25 @@ using DocScanPtr = std::unique_ptr<DocScan>;
 // (XD00N when that fails).
 DocScanPtr _dt_MakeDocDesc(const void *value, bool scanAll);
 
+// Writes text to a new registered temporary file named after base;
+// returns its name.
+std::string TextToTempFile(const std::string &text, const std::string &base);
+
+// Raises XD00N for a document that could not be converted to text, with
+// the reason: no conversion registered from its format to ascii, or a step
+// of the conversion failed.
+[[noreturn]] void RaiseConversionFailed(const std::string &spec, const std::string &filename);
+
+// The text of an external-file document is what the file held when the
+// value was made: its first ht_realoffset bytes.  A file that grew gives
+// those bytes; one that is gone or shorter raises TL001 (open or read of
+// the document's handle) naming the file and the reason.
+dt::DocSource ExternalDocSource(const void *value);
+std::string ExternalDocText(const void *value);
+// The same stored text copied to a new registered temporary file named
+// after base (for conversions); returns its name.
+std::string ExternalToTempFile(const void *value, const std::string &base);
+
 // Opens the WordNet tables for the life of the scope (see wordnet.h: a
 // normal end keeps them for the next open, an exception closes them).
 struct WordnetScope {

@@ -1,4 +1,4 @@
-// The doc type's input and output functions.
+// The doc type's input and output functions, and documents made from text.
 #include <cstring>
 
 #include "boundary.h"
@@ -14,6 +14,23 @@ extern "C" {
 extern "C" {
 PG_FUNCTION_INFO_V1(pgdoc_dt_DocInputFunc);
 PG_FUNCTION_INFO_V1(pgdoc_dt_DocOutputFunc);
+PG_FUNCTION_INFO_V1(pgdoc_dt_FromText);
+}
+
+// dt_FromText(contents text, literal text): a document whose text is
+// contents, entered as a client file of that text would be; literal gives
+// the format parameters and the name the document is shown with
+// ("format(ascii):text" by default).
+Datum pgdoc_dt_FromText(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        std::string contents = dt::pg::TextArg(fcinfo, 0);
+        std::string literal = dt::pg::TextArg(fcinfo, 1);
+        if (dt::IsStoredLiteral(literal))
+            dt::ErrorRaiseVA("22T02", "TYPE%s", "dt_FromText", "STRING%s", literal, "SYNTAX%s",
+                             "name for a text (a stored value is no name)");
+        dt::DocHeader h = dt::filldtname(literal);
+        return dt::pg::DocDatum(dt::pg::_dt_DocFromText(std::move(h), contents));
+    });
 }
 
 Datum pgdoc_dt_DocInputFunc(PG_FUNCTION_ARGS) {

@@ -4,6 +4,7 @@
 #include "loownership.h"
 #include "clientchannel.h"
 #include "tempfile.h"
+#include "wordcharset.h"
 #include "wordnet.h"
 #include "interrupt.h"
 
@@ -83,6 +84,7 @@ void _PG_init(void) {
     dt::SetInterruptPoll(&dt::pg::CheckInterrupts);
     MarkGUCPrefixReserved("document");
     dt::pg::TempFileInit();
+    dt::pg::StartWordCharset();
     // Backends killed without a chance to clean up leave their directories
     // of temporary files behind; whoever loads the library next removes them.
     dt::pg::SweepDeadBackendDirs();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "boundary.h"
+#include "charclass.h"
 #include "docdesc.h"
 #include "stopwords.h"
 #include "stripstem.h"
@@ -33,10 +34,7 @@ PG_FUNCTION_INFO_V1(pgdoc_dt_MorphWord);
 
 namespace {
 
-void Lower(std::string &s) {
-    for (char &c : s)
-        if (std::isupper((unsigned char)c)) c = (char)std::tolower((unsigned char)c);
-}
+void Lower(std::string &s) { s = dt::FoldCase(s); }
 
 
 // Stems and joins a text with the WordNet tables open for the time of it.

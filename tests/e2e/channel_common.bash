@@ -17,6 +17,7 @@ check() { local d=$1; shift; if "$@"; then pass "$d"; else fail "$d"; fi; }
 same() { if [ "$1" = "$2" ]; then pass "$3"; else fail "$3: expected [$1], got [$2]"; fi; }
 # has NEEDLE HAYSTACK DESCRIPTION
 has() { if [[ "$2" == *"$1"* ]]; then pass "$3"; else fail "$3: [$1] not in [$2]"; fi; }
+lacks() { if [[ "$2" != *"$1"* ]]; then pass "$3"; else fail "$3: [$1] found in [$2]"; fi; }
 finish() { echo "$CHECKS checks, $FAILS failed"; [ "$FAILS" = 0 ]; }
 
 # The server's temporary directory for the module, private to this run.

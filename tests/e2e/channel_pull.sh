@@ -92,9 +92,11 @@ check "nothing left in the temporary directory after failures" tmp_empty
 
 # Null and empty names.
 out=$(q -c "INSERT INTO pulled SELECT 'x', * FROM dt_ClientFileInfo(NULL)" 2>&1)
-has "ERROR:  22T02: invalid argument to GetClientFile: (null) is not a valid filename" "$out" "null client file name: 22T02"
+has "ERROR:  22T02: invalid argument to dt_ClientFileInfo: NULL or '' is not a valid client file name" "$out" "null client file name: 22T02"
 out=$(q -c "INSERT INTO pulled SELECT 'x', * FROM dt_ClientFileInfo('')" 2>&1)
 has "22T02" "$out" "empty client file name: 22T02"
+lacks "(null)" "$out" "empty client file name: no internal words"
+lacks "GetClientFile" "$out" "empty client file name: no internal function name"
 
 # Savepoints: a pull that fails inside a subtransaction leaves nothing behind.
 out=$(q -c "BEGIN; SAVEPOINT a; INSERT INTO pulled SELECT 's', * FROM dt_ClientFileInfo('$WORK/nosuch'); " 2>&1)

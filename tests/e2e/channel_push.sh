@@ -69,7 +69,7 @@ check "and no client file appears" test ! -e "$WORK/plain"
 
 # Argument errors.
 out=$(q -c "SELECT PutClientFile(NULL, '$WORK/x')" 2>&1)
-has "ERROR:  22T02: invalid argument to PutClientFile: (null) is not a valid string" "$out" "null server name: 22T02"
+has "ERROR:  22T02: invalid argument to PutClientFile: NULL or '' is not a valid string" "$out" "null server name: 22T02"
 out=$(q -c "SELECT PutClientFile('$SRV/text', '')" 2>&1)
 has "22T02" "$out" "empty client name: 22T02"
 out=$(q -c "SELECT PutClientFile('$SRV/nosuch', '$WORK/x')" 2>&1)

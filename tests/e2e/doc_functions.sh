@@ -76,7 +76,9 @@ same "format(ascii):$WORK/out/gpl.txt" "$(val "GetDoc(d, '$WORK/out')" 2)" "GetD
 same "$(md5of "$WORK/gpl.txt")" "$(md5of "$WORK/out/gpl.txt")" "GetDoc of a large object: same bytes"
 same "format(ascii),ExternalFile:$WORK/out/ext.txt" "$(val "GetDoc(d, '$WORK/out')" 5)" "GetDoc of an external document"
 same "$(md5of "$ext")" "$(md5of "$WORK/out/ext.txt")" "GetDoc of an external document: same bytes"
-has "ERROR:  TL001: (null directory): GetDoc failed" "$(val "GetDoc(d, '')" 1 2>&1)" "GetDoc with an empty directory: TL001 (null directory)"
+out=$(val "GetDoc(d, '')" 1 2>&1)
+has "ERROR:  TL001: Directory error: GetDoc failed: no directory given (an empty name)" "$out" "GetDoc with an empty directory: TL001"
+lacks "(null" "$out" "GetDoc with an empty directory: no internal words"
 
 # ---- GetDocText and GetDocInternal ---------------------------------------------
 same "$(md5of "$WORK/gpl.txt")" "$(val "md5(GetDocText(d))" 2)" "GetDocText of a large object"

@@ -71,6 +71,13 @@ ins 9 "format(ascii),ExpandLimit(10):$WORK/a.txt"
 layout lo 9 "format(ascii),ExpandLimit(10):$WORK/a.txt" "$WORK/a.txt"
 out=$(q -c "INSERT INTO docs VALUES (10, 'format(ascii),ExpandLimit(2049):$WORK/a.txt')" 2>&1)
 has "ERROR:  22023: ExpandLimit can be no larger than 2048, received 2049" "$out" "ExpandLimit 2049 refused with its text"
+for bad in -1 abc 5000 12x +5 ""; do
+    n0=$(los)
+    out=$(q -c "INSERT INTO docs VALUES (10, 'format(ascii),ExpandLimit($bad):$WORK/a.txt')" 2>&1)
+    has "ERROR:  22023: ExpandLimit can be no larger than 2048, received $bad" "$out" "ExpandLimit($bad) refused with the same error"
+    same "$n0" "$(los)" "ExpandLimit($bad): no large object left behind"
+done
+same "0" "$(q -c "SELECT count(*) FROM docs WHERE id = 10")" "no row from a refused ExpandLimit"
 same "dog:2 cat:1 " "$(q -c "SELECT IndexTerms(d) FROM docs WHERE id = 9")" "IndexTerms of the same text as a large object"
 
 ins 11 "format(ascii),NoCopyText:$WORK/a.txt"
@@ -152,6 +159,23 @@ out=$(q -c "INSERT INTO docs VALUES (40, 'format(broken):$WORK/t2049.txt')" 2>&1
 has "ERROR:  XD00N: could not convert document \"$WORK/t2049.txt\" from \"format(broken)\"" "$out" "conversion failure: XD00N"
 out=$(q -c "INSERT INTO docs VALUES (41, 'format(nosuch):$WORK/t2049.txt')" 2>&1)
 has "XD00N" "$out" "no conversion path: XD00N"
+has "no conversion from nosuch to ascii is registered" "$out" "no conversion path: the message says so"
+out=$(q -c "INSERT INTO docs VALUES (40, 'format(broken):$WORK/t2049.txt')" 2>&1)
+has "a conversion step from broken to ascii failed" "$out" "failing conversion step: the message says so"
+out=$(q -c "INSERT INTO docs VALUES (45, 'format(ascii:$WORK/a.txt')" 2>&1)
+has "ERROR:  22T02: invalid argument to doc: \"format(ascii\" is not a valid parameter list: its parentheses do not balance" "$out" "unbalanced parameter list: its own message"
+out=$(q -c "INSERT INTO docs VALUES (45, '$WORK/a:b.txt')" 2>&1)
+has "ERROR:  XD00U: document path \"$WORK/a:b.txt\" holds a colon" "$out" "bare path with a colon: its own message"
+has "HINT:  Put a format before a path that holds a colon: format(ascii):$WORK/a:b.txt" "$out" "bare path with a colon: the hint"
+for lit in "''" "'format(ascii):'"; do
+    out=$(q -c "SELECT $lit::doc" 2>&1)
+    has "ERROR:  22T02: invalid argument to doc: \"\" is not a valid document" "$out" "$lit::doc: says what is wrong"
+done
+out=$(q -c "SELECT dt_Import('')" 2>&1)
+has "ERROR:  22T02: invalid argument to doc: \"\" is not a valid document" "$out" "dt_Import(''): says what is wrong"
+for o in "(null)" GetClientFile "mode 1401" "MODE="; do
+    lacks "$o" "$(q -c "SELECT ''::doc" 2>&1; q -c "SELECT dt_Import('')" 2>&1)" "no \"$o\" in the errors of empty names"
+done
 out=$(q -c "INSERT INTO docs VALUES (42, 'format(ascii):$WORK/nosuch.txt')" 2>&1)
 has "TL001: Client file error: Open of file $WORK/nosuch.txt failed" "$out" "missing client file: TL001"
 out=$(q -c "INSERT INTO docs VALUES (43, 'format(ascii):$WORK/t2049.txt'), (44, 'format(ascii):$WORK/nosuch.txt')" 2>&1)
@@ -161,6 +185,19 @@ has "23505" "$out" "duplicate key after a stored large object"
 same "$before" "$(los)" "failed inserts leave no large object"
 same 0 "$(q -c "SELECT count(*) FROM docs WHERE id >= 40")" "failed inserts store no row"
 check "failed inserts leave no temporary file" tmp_empty
+
+# Names that need care: a colon in the path, 250 bytes long.
+cp "$WORK/a.txt" "$WORK/a:b.txt"
+ins 60 "format(ascii):$WORK/a:b.txt"
+same "dog:2 cat:1 " "$(q -c "SELECT IndexTerms(d) FROM docs WHERE id = 60")" "a path with a colon after a format is entered"
+long=$(printf 'n%.0s' $(seq 1 246)).txt
+printf 'long name text\n' >"$WORK/$long"
+ins 61 "format(ascii):$WORK/$long"
+same "name:1 long:1 text:1 " "$(q -c "SELECT IndexTerms(d) FROM docs WHERE id = 61")" "a client file with a 250-byte name is entered"
+printf 'long name text and some more words to pass one hundred bytes of text in this file for a large object\n' >"$WORK/$long"
+ins 62 "format(ascii):$WORK/$long"
+same "1" "$(q -c "SELECT count(*) FROM docs WHERE id = 62 AND DocWordCnt(d) > 5")" "a large object from a client file with a 250-byte name"
+check "long names leave no temporary file" tmp_empty
 
 # 1,000 inserts in one transaction, then ROLLBACK: nothing remains.
 before=$(los)

@@ -64,7 +64,7 @@ rm "$WORK/gone.txt"
 same "f t f" "$(q -F' ' -c "SELECT Contains(body, '!the'), Contains(body, 'the or dog'), ContainsWords(body, '42') FROM kinds WHERE kind = 'gone'")" \
     "'!the', 'the or dog' and a list without words do not open a missing file"
 out=$(q -c "SELECT Contains(body, 'dog') FROM kinds WHERE kind = 'gone'" 2>&1)
-has "XD00H" "$out" "'dog' has to open it: XD00H"
+has "TL001: Large object error: Open of large object EXT:$WORK/gone.txt failed: No such file or directory" "$out" "'dog' has to open it: TL001 with the file and the reason"
 q -c "DELETE FROM kinds WHERE kind = 'gone'"
 
 # ---- random documents and queries against a reference evaluation ---------------

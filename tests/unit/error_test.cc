@@ -26,8 +26,14 @@ TEST(ErrorCatalogue, ParametersAreFilledIn) {
     } catch (const Error &e) {
         EXPECT_EQ(e.code(), "XD00O");
         EXPECT_EQ(*e.param("PERM"), "444");
-        EXPECT_EQ(e.message(), "could not open file \"/tmp/x\" with mode 0 and permissions 444");
-        EXPECT_EQ(e.detail(), "FILENAME=/tmp/x, MODE=0, PERM=444");
+        EXPECT_EQ(e.message(), "could not open file \"/tmp/x\"");
+        EXPECT_EQ(e.detail(), "FILENAME=/tmp/x");
+    }
+    try {
+        ErrorRaiseVA("XD00O", "FILENAME%s", "/tmp/x", "MODE%o", 0, "ACCESS%s", "reading", "REASON%s",
+                     "Permission denied");
+    } catch (const Error &e) {
+        EXPECT_EQ(e.message(), "could not open file \"/tmp/x\" for reading: Permission denied");
     }
     try {
         ErrorRaiseVA("TL001", "NAME%s", "Client file error", "OPERATION%s", "Open of file /a");
@@ -58,6 +64,21 @@ TEST(ErrorCatalogue, UserErrorsCarryTheirText) {
 
 TEST(ErrorCatalogue, MissingParameterIsMarked) {
     EXPECT_EQ(FillMessage("a {X} b {Y}", {{"X", "1"}}), "a 1 b ?");
+}
+
+TEST(ErrorCatalogue, OptionalPartsNeedAllTheirParameters) {
+    EXPECT_EQ(FillMessage("a[ b {X}][: {Y}]", {{"X", "1"}}), "a b 1");
+    EXPECT_EQ(FillMessage("a[ b {X}][: {Y}]", {{"Y", "2"}}), "a: 2");
+    EXPECT_EQ(FillMessage("a[ b {X} {Y}]", {{"Y", "2"}}), "a");
+}
+
+TEST(ErrorCatalogue, HintIsNoPartOfTheDetail) {
+    try {
+        ErrorRaiseVA("XD00K", "OP%s", "cluster", "HINT%s", "write !");
+    } catch (const Error &e) {
+        EXPECT_EQ(e.detail(), "OP=cluster");
+        EXPECT_EQ(*e.param("HINT"), "write !");
+    }
 }
 
 TEST(ErrorText, CutOnlyAtCharacterBoundaries) {

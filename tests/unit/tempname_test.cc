@@ -31,3 +31,18 @@ TEST(Random, NonNegative) {
 TEST(Release, ExactText) {
     EXPECT_STREQ(dt_ReleaseText(), "Release 1.2.1 Fri Feb  3 15:18:40 PST 1995");
 }
+
+TEST(TempName, LongNamesStayWithinTheFileNameLimit) {
+    std::string longname(250, 'x');
+    std::string n = _dt_MakeTempName("/tmp", "/home/me/" + longname);
+    std::string base = n.substr(5);
+    EXPECT_EQ(base.compare(0, kMaxTempBase, std::string(kMaxTempBase, 'x')), 0);
+    EXPECT_LE(base.size() + std::string(".12345.docinp").size(), 255u);
+    // A cut never splits a UTF-8 character.
+    std::string u;
+    while (u.size() < 250) u += "\xc3\xa9";  // é
+    std::string m = _dt_MakeTempName("/d", "x" + u).substr(3);
+    std::string kept = m.substr(0, m.rfind('.'));
+    EXPECT_EQ(kept.size() % 2, 1u);
+    EXPECT_LE(kept.size(), kMaxTempBase);
+}

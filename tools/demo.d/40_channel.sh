@@ -13,8 +13,8 @@ server=$DOC_SERVER_DIR/demo-export.txt
 -- The server pulls the client file while the statement runs.
 CREATE TABLE arrivals AS SELECT '$client/report.txt' AS path, * FROM dt_ClientFileInfo('$client/report.txt');
 TABLE arrivals;
--- A statement that returns rows cannot take a client file; it says so.
 SQL
+echo "Intended error: a statement that returns rows cannot take a client file; it says so."
 "$DOCSQL" -X -c "SELECT * FROM dt_ClientFileInfo('$client/report.txt')" || true
 "$DOCSQL" -X -e <<SQL
 -- The server writes a file and pushes it to the client.
@@ -22,5 +22,5 @@ COPY (SELECT path || ' arrived with ' || size || ' bytes, md5 ' || md5 FROM arri
 SELECT PutClientFile('$server', '$client/receipt.txt');
 SQL
 echo "client received: $(cat "$client/receipt.txt")"
-echo "psql cannot take part in the channel:"
+echo "Intended error: psql cannot take part in the channel; it says so."
 psql -X -c "SELECT PutClientFile('$server', '$client/other.txt')" || true

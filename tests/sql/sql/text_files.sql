@@ -30,7 +30,18 @@ SELECT count(*) FROM dt_FileTerms(:'d' || '/empty');
 SELECT * FROM dt_FileTerms(:'d' || '/words') ORDER BY term;
 -- A word of 1025 characters in a file.
 \! head -c 1025 /dev/zero | tr '\0' 'q' > "$TF_DIR/long"; printf ' end\n' >> "$TF_DIR/long"
+-- The message names the file, whose folder differs from run to run.
+CREATE FUNCTION pg_temp.try_message(sql text) RETURNS text LANGUAGE plpgsql AS $$
+BEGIN
+    EXECUTE sql;
+    RETURN 'no error';
+EXCEPTION WHEN OTHERS THEN
+    RETURN SQLSTATE || ' ' || SQLERRM;
+END $$;
+\set VERBOSITY sqlstate
 SELECT * FROM dt_FileTerms(:'d' || '/long');
+\set VERBOSITY default
+SELECT position('/text_files/long"' in pg_temp.try_message('SELECT * FROM dt_FileTerms(' || quote_literal(:'d' || '/long') || ')')) > 0 AS names_the_file;
 \echo :LAST_ERROR_SQLSTATE
 
 -- Missing files and directories.
