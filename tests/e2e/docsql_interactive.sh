@@ -28,4 +28,9 @@ has "List of relations" "$out" "\\dt from a script"
 for opt in -1 -v -x --csv -o -X --allow-dir --trust-server; do
     has "$opt" "$("$DOCSQL" --help)" "--help lists $opt"
 done
+# The man page keeps up with --help.
+man=$(sed 's/\\//g' "$(dirname "$0")/../../docs/docsql.1")
+for opt in $("$DOCSQL" --help | grep -oE -- '--[a-z][a-z-]+' | sort -u); do
+    has "$opt" "$man" "the man page describes $opt"
+done
 finish
