@@ -11,14 +11,19 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <chrono>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "channel.h"
+#include "interactive.h"
+#include "metacommand.h"
 #include "clientproto.h"
+#include <readline/readline.h>
 #include "options.h"
 #include "printer.h"
 #include "splitter.h"
@@ -32,7 +37,11 @@ constexpr int kExitUsage = 1, kExitConnect = 2, kExitStatement = 3;
 Channel g_channel;
 volatile sig_atomic_t g_running = 0;
 
+Session g_session;
+bool g_interactive = false;
+
 void OnSigint(int) {
+    if (!g_running && g_interactive) InteractiveInterrupt();
     if (!g_running) {
         const char nl = '\n';
         (void)!write(STDERR_FILENO, &nl, 1);
@@ -190,13 +199,12 @@ bool StatusAfterRows(const char *tag) {
            std::strncmp(tag, "DELETE", 6) == 0 || std::strncmp(tag, "MERGE", 5) == 0;
 }
 
-// Runs one statement; false when it failed.
-bool Run(PGconn *conn, const std::string &sql, const Options &o) {
-    if (o.echo) std::printf("%s\n", sql.c_str());
-    PrintOptions po;
-    po.unaligned = o.unaligned;
-    po.tuplesOnly = o.tuplesOnly;
-    po.fieldSeparator = o.fieldSeparator;
+// Runs one statement; false when it failed.  With capture, nothing is
+// printed: the error text (or "") goes there.
+bool Run(PGconn *conn, const std::string &sql, const Options &o, std::string *capture = nullptr) {
+    if (o.echo && !capture) std::printf("%s\n", sql.c_str());
+    PrintOptions po = g_session.print;
+    auto started = std::chrono::steady_clock::now();
     g_interrupted = 0;
     g_channel.error.clear();
     g_channel.trust.statement = sql;
@@ -305,9 +313,21 @@ bool Run(PGconn *conn, const std::string &sql, const Options &o) {
         }
         drain(false);
     }
+    if (capture) {
+        g_running = 0;
+        EndStatement(g_channel);
+        *capture = errors;
+        if (!g_channel.error.empty()) *capture += "docsql: " + g_channel.error + "\n";
+        if (PQstatus(conn) == CONNECTION_BAD) *capture += "docsql: the connection to the server was lost\n";
+        return capture->empty();
+    }
     if (ok && g_channel.error.empty()) std::fputs(out.c_str(), stdout);
     std::fflush(stdout);
     std::fputs(errors.c_str(), stderr);
+    if (g_session.timing) {
+        double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
+        std::printf("Time: %.3f ms\n", ms);
+    }
     g_running = 0;
     EndStatement(g_channel);
     std::fflush(stdout);
@@ -345,12 +365,14 @@ int main(int argc, char **argv) {
         return 0;
     }
     if (o.version) {
-        std::printf("docsql (document module client) %d\n", PQlibVersion());
+        std::printf("docsql (document) %s\n", DOCUMENT_VERSION);
         return 0;
     }
     // Read every script first: a missing file is reported before anything runs.
     std::vector<std::string> texts;
-    if (o.scripts.empty()) o.scripts.push_back({Script::File, "-"});
+    // On a terminal, with no -c or -f, docsql prompts for statements.
+    bool interactive = o.scripts.empty() && isatty(STDIN_FILENO);
+    if (o.scripts.empty() && !interactive) o.scripts.push_back({Script::File, "-"});
     for (const Script &s : o.scripts) {
         if (s.kind == Script::Command) {
             texts.push_back(s.text);
@@ -369,6 +391,14 @@ int main(int argc, char **argv) {
         texts.push_back(text);
     }
 
+    if (!o.outFile.empty()) {
+        // Results go to the file; prompts and messages stay on the terminal.
+        if (interactive) rl_outstream = fdopen(dup(STDOUT_FILENO), "w");
+        if (!std::freopen(o.outFile.c_str(), "w", stdout)) {
+            std::fprintf(stderr, "docsql: %s: %s\n", o.outFile.c_str(), std::strerror(errno));
+            return kExitUsage;
+        }
+    }
     PGconn *conn = Connect(o);
     if (!conn || PQstatus(conn) != CONNECTION_OK) {
         if (conn) std::fprintf(stderr, "docsql: %s", PQerrorMessage(conn));
@@ -389,26 +419,84 @@ int main(int argc, char **argv) {
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
 
-    int rc = 0;
-    for (size_t k = 0; k < texts.size() && (rc == 0 || o.continueOnError); k++) {
-        if (PQstatus(conn) == CONNECTION_BAD) break;
-        const Script &s = o.scripts[k];
-        for (const Statement &st : SplitStatements(texts[k])) {
+    g_session.conn = conn;
+    g_session.print.unaligned = o.unaligned;
+    g_session.print.tuplesOnly = o.tuplesOnly;
+    g_session.print.fieldSeparator = o.fieldSeparator;
+    g_session.print.expanded = o.expanded;
+    g_session.print.csv = o.csv;
+    g_session.quiet = o.quiet;
+    for (const auto &[name, value] : o.vars) g_session.vars[name] = value;
+    g_session.runSql = [&](const std::string &sql) { return Run(conn, sql, o); };
+    g_session.execQuiet = [&](const std::string &sql) {
+        std::string err;
+        Run(conn, sql, o, &err);
+        return err;
+    };
+    g_session.progress = !o.noProgress;
+    // Runs the statements and backslash commands of one text; where names
+    // it in messages.  Stops at the first failure unless told otherwise.
+    std::function<int(const std::string &, const std::string &, bool)> runText;
+    runText = [&](const std::string &text, const std::string &where, bool isFile) -> int {
+        int rc = 0;
+        for (const Statement &st : SplitStatements(text)) {
+            if (PQstatus(conn) == CONNECTION_BAD) return kExitStatement;
+            bool ok;
             if (st.meta) {
-                std::fprintf(stderr, "docsql: %s:%d: psql meta-commands are not supported: %s\n",
-                             s.kind == Script::Command ? "-c" : s.text.c_str(), st.line, st.text.c_str());
-                rc = kExitStatement;
-                if (o.continueOnError) continue;
-                break;
+                MetaResult r = RunMetaCommand(g_session, st.text);
+                if (r == MetaResult::Quit) return rc == 0 ? -1 : rc;
+                ok = r == MetaResult::Ok;
+            } else {
+                ok = Run(conn, Interpolate(st.text, g_session.vars), o);
             }
-            if (!Run(conn, st.text, o)) {
+            if (!ok) {
                 rc = kExitStatement;
-                if (PQstatus(conn) == CONNECTION_BAD) break;
+                if (PQstatus(conn) == CONNECTION_BAD) return rc;
                 if (o.continueOnError) continue;
-                if (s.kind == Script::File)
-                    std::fprintf(stderr, "docsql: stopped at %s:%d\n", s.text == "-" ? "<stdin>" : s.text.c_str(),
-                                 st.line);
-                break;
+                if (isFile) std::fprintf(stderr, "docsql: stopped at %s:%d\n", where.c_str(), st.line);
+                return rc;
+            }
+        }
+        return rc;
+    };
+    g_session.runFile = [&](const std::string &file) {
+        std::ifstream f(file, std::ios::binary);
+        std::string text;
+        if (!f || !ReadAll(f, text)) {
+            std::fprintf(stderr, "docsql: %s: %s\n", file.c_str(), std::strerror(errno));
+            return false;
+        }
+        int r = runText(text, file, true);
+        return r == 0 || r == -1;
+    };
+
+    int rc = 0;
+    if (interactive) {
+        g_interactive = true;
+        PGresult *su = PQexec(conn, "SELECT pg_catalog.current_setting('is_superuser') = 'on'");
+        bool superuser = PQresultStatus(su) == PGRES_TUPLES_OK && PQntuples(su) == 1 && PQgetvalue(su, 0, 0)[0] == 't';
+        PQclear(su);
+        rc = RunInteractive(g_session, PQdb(conn), superuser, !o.noHistory);
+    } else {
+        bool wrapped = o.singleTransaction && RunQuiet(conn, "BEGIN").empty();
+        for (size_t k = 0; k < texts.size() && (rc == 0 || o.continueOnError); k++) {
+            if (PQstatus(conn) == CONNECTION_BAD) break;
+            const Script &s = o.scripts[k];
+            int r = runText(texts[k], s.kind == Script::Command ? "-c" : (s.text == "-" ? "<stdin>" : s.text),
+                            s.kind == Script::File);
+            if (r == -1) break;  // \q
+            if (r != 0) rc = r;
+        }
+        if (wrapped && PQstatus(conn) != CONNECTION_BAD) {
+            // -1: all or nothing.
+            if (rc == 0) {
+                std::string err = RunQuiet(conn, "COMMIT");
+                if (!err.empty()) {
+                    std::fputs(err.c_str(), stderr);
+                    rc = kExitStatement;
+                }
+            } else {
+                RunQuiet(conn, "ROLLBACK");
             }
         }
     }

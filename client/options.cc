@@ -18,6 +18,9 @@ const Spec kSpecs[] = {
     {'w', "no-password", false}, {'W', "password", false},     {'?', "help", false},
     {'V', "version", false},     {0, "trace-channel", false},  {0, "no-progress", false}, {0, "extended-protocol", false},
     {0, "continue-on-error", false}, {0, "allow-dir", true}, {0, "trust-server", false},
+    {'x', "expanded", false},    {0, "csv", false},            {'o', "output", true},
+    {'1', "single-transaction", false}, {'v', "set", true},   {0, "variable", true},
+    {'n', "no-readline", false},
 };
 
 const Spec *FindShort(char c) {
@@ -54,6 +57,15 @@ void Apply(const Spec &s, const std::string &value, Options &o) {
     else if (name == "extended-protocol") o.extended = true;
     else if (name == "continue-on-error") o.continueOnError = true;
     else if (name == "allow-dir") o.allowDirs.push_back(value);
+    else if (name == "expanded") o.expanded = true;
+    else if (name == "csv") o.csv = true;
+    else if (name == "output") o.outFile = value;
+    else if (name == "single-transaction") o.singleTransaction = true;
+    else if (name == "no-readline") o.noHistory = true;
+    else if (name == "set" || name == "variable") {
+        size_t eq = value.find('=');
+        o.vars.push_back({value.substr(0, eq), eq == std::string::npos ? "" : value.substr(eq + 1)});
+    }
     else if (name == "trust-server") o.trustServer = true;
     // no-psqlrc: accepted for habit's sake; docsql reads no start-up file.
 }
@@ -139,7 +151,8 @@ std::string UsageText() {
            "Usage:\n"
            "  docsql [OPTION]... [DBNAME [USERNAME]]\n"
            "\n"
-           "SQL comes from -c and -f in the order given, else from standard input.\n"
+           "SQL comes from -c and -f in the order given, else from standard input; on a\n"
+           "terminal docsql prompts for statements and backslash commands (\\? lists them).\n"
            "\n"
            "Options:\n"
            "  -c, --command=SQL        run SQL (may be given more than once)\n"
@@ -155,6 +168,13 @@ std::string UsageText() {
            "  -A, --no-align           unaligned output\n"
            "  -F, --field-separator=S  field separator of unaligned output (default \"|\")\n"
            "  -e, --echo-queries       print each statement before running it\n"
+           "  -x, --expanded           expanded display (one line per column)\n"
+           "      --csv                CSV output (comma-separated values)\n"
+           "  -o, --output=FILE        write query results to FILE\n"
+           "  -1, --single-transaction run the scripts as one transaction\n"
+           "  -v, --set=NAME=VALUE     set variable NAME (:NAME in statements, as psql)\n"
+           "  -X, --no-psqlrc          accepted for habit's sake (docsql reads no start-up file)\n"
+           "  -n, --no-readline        no line history on a terminal\n"
            "      --trace-channel      report every client file transfer on standard error\n"
            "      --no-progress        never show a progress bar\n"
            "      --extended-protocol  send statements with the extended query protocol\n"

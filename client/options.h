@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace docsql {
@@ -28,6 +29,12 @@ struct Options {
     bool neverPassword = false;             // -w
     bool trustServer = false;               // --trust-server: serve any file the server names
     std::vector<std::string> allowDirs;     // --allow-dir: serve files under these directories
+    bool expanded = false;                  // -x: expanded display
+    bool csv = false;                       // --csv: CSV output
+    std::string outFile;                    // -o: query results to this file
+    bool singleTransaction = false;         // -1: the scripts in one transaction
+    std::vector<std::pair<std::string, std::string>> vars;  // -v NAME=VALUE
+    bool noHistory = false;                 // -n: no line history
     bool help = false, version = false;
 };
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include "printer.h"
 
 #include <cwchar>
@@ -77,7 +78,69 @@ bool IsNumericType(unsigned oid) {
     }
 }
 
+std::string CsvField(const std::string &v) {
+    if (v.find_first_of(",\"\r\n") == std::string::npos && !v.empty()) return v;
+    std::string out = "\"";
+    for (char c : v) {
+        if (c == '"') out += '"';
+        out += c;
+    }
+    return out + "\"";
+}
+
+std::string Csv(const Table &t, const PrintOptions &o) {
+    std::string out;
+    auto line = [&](const std::vector<std::optional<std::string>> &cells) {
+        for (size_t c = 0; c < cells.size(); c++) {
+            if (c) out += ',';
+            if (cells[c]) out += CsvField(*cells[c]);
+        }
+        out += "\n";
+    };
+    if (!o.tuplesOnly) {
+        std::vector<std::optional<std::string>> head(t.headers.begin(), t.headers.end());
+        line(head);
+    }
+    for (const auto &row : t.rows) line(row);
+    return out;
+}
+
+// psql's expanded display: a "-[ RECORD n ]" rule, then one line per column.
+std::string Expanded(const Table &t, const PrintOptions &o) {
+    std::string out;
+    if (t.rows.empty()) return o.tuplesOnly ? "" : "(0 rows)\n";
+    int namew = 0, valw = 0;
+    for (const auto &h : t.headers) namew = std::max(namew, DisplayWidth(h));
+    for (const auto &row : t.rows)
+        for (const auto &v : row)
+            if (v) valw = std::max(valw, DisplayWidth(*v));
+    for (size_t r = 0; r < t.rows.size(); r++) {
+        if (o.unaligned) {
+            if (r) out += "\n";
+        } else {
+            std::string rule = "-[ RECORD " + std::to_string(r + 1) + " ]";
+            int total = namew + 3 + valw;
+            int dashes = std::max(0, namew + 1 - (int)rule.size());
+            rule += std::string((size_t)dashes, '-') + "+";
+            while ((int)rule.size() < total + 1) rule += '-';
+            out += rule + "\n";
+        }
+        for (size_t c = 0; c < t.headers.size(); c++) {
+            const auto &v = t.rows[r][c];
+            if (o.unaligned) {
+                out += t.headers[c] + o.fieldSeparator + (v ? *v : "") + "\n";
+            } else {
+                out += t.headers[c] + std::string((size_t)(namew - DisplayWidth(t.headers[c])), ' ') + " | " +
+                       (v ? *v : "") + "\n";
+            }
+        }
+    }
+    return out;
+}
+
 std::string FormatTable(const Table &t, const PrintOptions &o) {
+    if (o.csv) return Csv(t, o);
+    if (o.expanded) return Expanded(t, o);
     if (o.unaligned) return Unaligned(t, o);
     size_t ncol = t.headers.size();
     std::vector<int> width(ncol, 0);

@@ -18,6 +18,9 @@ struct PrintOptions {
     bool unaligned = false;
     bool tuplesOnly = false;
     std::string fieldSeparator = "|";
+    bool expanded = false;  // -x, \x: one block of "column | value" lines per row
+    bool csv = false;       // --csv: comma-separated values with a header line
+    std::string title;      // printed above an aligned table (describe commands)
 };
 
 std::string FormatTable(const Table &t, const PrintOptions &opts);

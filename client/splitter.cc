@@ -45,13 +45,14 @@ std::vector<Statement> SplitStatements(const std::string &in) {
     int parens = 0;
     bool atStart = true;  // nothing but blanks and comments since start
 
-    auto finish = [&](size_t end, size_t next) {
+    auto finish = [&](size_t end, size_t next, bool complete) {
         std::string text = in.substr(start, end - start);
         if (!IsBlank(text)) {
             // The statement starts at its first line with something in it.
             Statement st;
             st.text = text;
             st.line = startLine;
+            st.complete = complete;
             out.push_back(st);
         }
         start = next;
@@ -173,7 +174,7 @@ std::vector<Statement> SplitStatements(const std::string &in) {
         if (c == ';' && parens == 0) {
             size_t end = i;
             advance(i + 1);
-            finish(end, i);
+            finish(end, i, true);
             continue;
         }
         // An identifier or keyword: skip it whole, so that a quote right
@@ -186,7 +187,7 @@ std::vector<Statement> SplitStatements(const std::string &in) {
         }
         advance(i + 1);
     }
-    finish(n, n);
+    finish(n, n, false);
     return out;
 }
 

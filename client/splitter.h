@@ -14,7 +14,9 @@ namespace docsql {
 struct Statement {
     std::string text;  // without the ending semicolon
     int line = 1;      // line of its first character in the input
-    bool meta = false; // a psql backslash command, which docsql does not run
+    bool meta = false; // a backslash command (to the end of its line)
+    bool complete = true;  // ended by its semicolon (or a backslash command);
+                           // false for text after the last semicolon
 };
 
 std::vector<Statement> SplitStatements(const std::string &input);

@@ -56,9 +56,9 @@ has "DETAIL:  FILENAME=/x/y" "$out" "and its detail"
 printf 'SELECT 1;\nSELECT nosuch;\nSELECT 2;\n' >"$WORK/bad.sql"
 out=$("$DOCSQL" -X -f "$WORK/bad.sql" 2>&1)
 has "docsql: stopped at $WORK/bad.sql:2" "$out" "the failing line of a script is named"
-out=$("$DOCSQL" -X -c '\d t' 2>&1); rc=$?
-same 3 "$rc" "psql meta-commands are refused"
-has "psql meta-commands are not supported" "$out" "with a clear message"
+out=$("$DOCSQL" -X -c '\nosuch' 2>&1); rc=$?
+same 3 "$rc" "an unknown backslash command is refused"
+has "invalid command \\nosuch" "$out" "with a clear message"
 "$DOCSQL" -X -f "$WORK/nosuch.sql" >/dev/null 2>&1; same 1 "$?" "a missing script: exit status 1"
 "$DOCSQL" -X --nosuch >/dev/null 2>&1; same 1 "$?" "a bad option: exit status 1"
 "$DOCSQL" -X -h /nonexistent -c "SELECT 1" >/dev/null 2>&1; same 2 "$?" "no server: exit status 2"

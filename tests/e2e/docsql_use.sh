@@ -30,5 +30,19 @@ has "cannot write client file" "$out" "with docsql's reason"
 case "$out" in *"(1 row)"*|*" id "*) fail "the failed statement printed its result: $out" ;; *) pass "nothing of the failed statement's result is printed" ;; esac
 out=$("$DOCSQL" -X -c "SELECT 1 AS one, 1/0 AS boom" 2>&1)
 case "$out" in *" one "*) fail "a failed statement printed a header: $out" ;; *) pass "a statement failing on the server prints only its error" ;; esac
+# Ctrl-C during a push: the statement is cancelled (57014) and nothing of
+# the file is left on the client.
+head -c 300000000 /dev/zero >"$DOC_SERVER_DIR/big.bin"
+chmod 644 "$DOC_SERVER_DIR/big.bin"
+"$DOCSQL" -X -c "SELECT PutClientFile('$DOC_SERVER_DIR/big.bin', '$WORK/big.out')" >"$WORK/push.out" 2>&1 &
+pid=$!
+sleep 1
+kill -INT $pid
+wait $pid
+rc=$?
+rm -f "$DOC_SERVER_DIR/big.bin"
+same 3 "$rc" "Ctrl-C during a push: exit status 3"
+has "57014" "$(cat "$WORK/push.out")" "Ctrl-C during a push: the statement is cancelled (57014)"
+check "nothing of the pushed file is left on the client" test -z "$(ls -A "$WORK" | grep -E '^(big\.out|\.big\.out)')"
 check "nothing left in the temporary directory" tmp_empty
 finish
