@@ -24,6 +24,7 @@
 #include "querydoc.h"
 #include "queryoptions.h"
 #include "queryprint.h"
+#include "searchquery.h"
 #include "snapkey.h"
 #include "stopwords.h"
 #include "wordnet.h"
@@ -321,6 +322,17 @@ Datum QuerySel(FunctionCallInfo fcinfo, QueryKind kind) {
 }
 
 }  // namespace
+
+dt::DocExprNode *dt::pg::SearchTree(dt::ExprArena &arena, int strategy, Datum argument) {
+    if (strategy == 3) {
+        const void *other = dt::pg::DocFromDatum(argument);
+        dt::pg::WordnetScope wn;
+        dt::pg::DocScanPtr scan = dt::pg::_dt_MakeDocDesc(other, true);
+        return dt::DocLikeQuery(arena, scan->desc->doc_wordhashtab);
+    }
+    std::string query = TextDatumString(argument);
+    return OneQuery(arena, strategy == 1 ? kContainsQuery : kWordListQuery, query);
+}
 
 // Contains(doc, query): whether the document matches a query of the query
 // language.

@@ -64,18 +64,6 @@ IndexBulkDeleteResult *GuardedVacuumCleanup(IndexVacuumInfo *info, IndexBulkDele
     }));
 }
 
-// Without scan callbacks no path uses the index; should the planner ask,
-// the cost says never.
-void DtCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost *indexStartupCost,
-                    Cost *indexTotalCost, Selectivity *indexSelectivity, double *indexCorrelation,
-                    double *indexPages) {
-    *indexStartupCost = disable_cost;
-    *indexTotalCost = disable_cost;
-    *indexSelectivity = 1.0;
-    *indexCorrelation = 0.0;
-    *indexPages = 1.0;
-}
-
 bytea *DtOptions(Datum reloptions, bool validate) {
     if (validate && DatumGetPointer(reloptions) != NULL)
         dt::pg::Guard([&]() -> Datum {
@@ -177,17 +165,17 @@ Datum pgdoc_dtree_handler(PG_FUNCTION_ARGS) {
         am->ambulkdelete = GuardedBulkDelete;
         am->amvacuumcleanup = GuardedVacuumCleanup;
         am->amcanreturn = NULL;
-        am->amcostestimate = DtCostEstimate;
+        am->amcostestimate = DtScanCostEstimate;
         am->amoptions = DtOptions;
         am->amproperty = NULL;
         am->ambuildphasename = DtBuildPhaseName;
         am->amvalidate = GuardedValidate;
         am->amadjustmembers = NULL;
-        am->ambeginscan = NULL;
-        am->amrescan = NULL;
-        am->amgettuple = NULL;
-        am->amgetbitmap = NULL;
-        am->amendscan = NULL;
+        am->ambeginscan = dtbeginscan;
+        am->amrescan = dtrescan;
+        am->amgettuple = dtgettuple;
+        am->amgetbitmap = dtgetbitmap;
+        am->amendscan = dtendscan;
         am->ammarkpos = NULL;
         am->amrestrpos = NULL;
         am->amestimateparallelscan = NULL;

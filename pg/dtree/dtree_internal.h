@@ -74,3 +74,11 @@ IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult
                                     IndexBulkDeleteCallback callback, void *callback_state);
 IndexBulkDeleteResult *dtvacuumcleanup(IndexVacuumInfo *info, IndexBulkDeleteResult *stats);
 bool dtvalidate(Oid opclassoid);
+IndexScanDesc dtbeginscan(Relation index, int nkeys, int norderbys);
+void dtrescan(IndexScanDesc scan, ScanKey keys, int nkeys, ScanKey orderbys, int norderbys);
+bool dtgettuple(IndexScanDesc scan, ScanDirection dir);
+int64 dtgetbitmap(IndexScanDesc scan, TIDBitmap *tbm);
+void dtendscan(IndexScanDesc scan);
+void DtScanCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost *indexStartupCost,
+                        Cost *indexTotalCost, Selectivity *indexSelectivity, double *indexCorrelation,
+                        double *indexPages);

@@ -1,0 +1,96 @@
+// Result sets of index scans and the evaluation of query trees over them.
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "error.h"
+#include "resultset.h"
+
+using namespace dt;
+
+namespace {
+DocExprNode *Word(ExprArena &a, const std::string &w) {
+    a.nodes.emplace_back();
+    DocExprNode *n = &a.nodes.back();
+    n->node_op = EXPR_WORD;
+    n->node_word = w;
+    return n;
+}
+DocExprNode *Node(ExprArena &a, int op, DocExprNode *l, DocExprNode *r) {
+    a.nodes.emplace_back();
+    DocExprNode *n = &a.nodes.back();
+    n->node_op = op;
+    n->node_left = l;
+    n->node_right = r;
+    return n;
+}
+struct Fake {
+    std::map<std::string, RowSet> terms;
+    RowSet all;
+    std::vector<std::string> asked;
+    RowSource Source() {
+        RowSource s;
+        s.rowsWithTerm = [this](const std::string &t) {
+            asked.push_back(t);
+            auto it = terms.find(t);
+            return it == terms.end() ? RowSet{} : it->second;
+        };
+        s.allRows = [this] {
+            asked.push_back("*");
+            return all;
+        };
+        return s;
+    }
+};
+}  // namespace
+
+TEST(ResultSet, RowKeysSortInRowOrder) {
+    EXPECT_LT(MakeRowKey(1, 65535), MakeRowKey(2, 1));
+    EXPECT_LT(MakeRowKey(7, 3), MakeRowKey(7, 4));
+    EXPECT_EQ(RowKeyBlock(MakeRowKey(123456, 9)), 123456u);
+    EXPECT_EQ(RowKeyOffset(MakeRowKey(123456, 9)), 9u);
+}
+
+TEST(ResultSet, SetAlgebra) {
+    RowSet a{1, 3, 5, 7}, b{3, 4, 5};
+    EXPECT_EQ(RowSetAnd(a, b), (RowSet{3, 5}));
+    EXPECT_EQ(RowSetOr(a, b), (RowSet{1, 3, 4, 5, 7}));
+    EXPECT_EQ(RowSetAndNot(a, b), (RowSet{1, 7}));
+}
+
+TEST(ResultSet, EvaluatesTrees) {
+    ExprArena a;
+    Fake f;
+    f.terms = {{"dog", {1, 2, 3}}, {"cat", {2, 3, 4}}, {"fish", {3}}};
+    f.all = {1, 2, 3, 4, 5};
+    EXPECT_EQ(EvaluateRows(Node(a, EXPR_AND, Word(a, "dog"), Word(a, "cat")), f.Source()), (RowSet{2, 3}));
+    EXPECT_EQ(EvaluateRows(Node(a, EXPR_OR, Word(a, "dog"), Word(a, "fish")), f.Source()), (RowSet{1, 2, 3}));
+    EXPECT_EQ(EvaluateRows(Node(a, EXPR_ANDNOT, Word(a, "cat"), Word(a, "fish")), f.Source()), (RowSet{2, 4}));
+    DocExprNode *all = Node(a, EXPR_ALL, nullptr, nullptr);
+    EXPECT_EQ(EvaluateRows(Node(a, EXPR_ANDNOT, all, Word(a, "dog")), f.Source()), (RowSet{4, 5}));
+    EXPECT_EQ(EvaluateRows(all, f.Source()), f.all);
+    EXPECT_TRUE(EvaluateRows(nullptr, f.Source()).empty());
+}
+
+TEST(ResultSet, AndSkipsItsRightSideWhenTheLeftIsEmpty) {
+    ExprArena a;
+    Fake f;
+    f.terms = {{"dog", {1}}};
+    EXPECT_TRUE(EvaluateRows(Node(a, EXPR_AND, Word(a, "unicorn"), Word(a, "dog")), f.Source()).empty());
+    EXPECT_EQ(f.asked, (std::vector<std::string>{"unicorn"}));
+    f.asked.clear();
+    EXPECT_TRUE(EvaluateRows(Node(a, EXPR_ANDNOT, Word(a, "unicorn"), Word(a, "dog")), f.Source()).empty());
+    EXPECT_EQ(f.asked, (std::vector<std::string>{"unicorn"}));
+    EXPECT_EQ(EvaluateRows(Node(a, EXPR_ANDNOT, Word(a, "dog"), Word(a, "unicorn")), f.Source()), (RowSet{1}));
+}
+
+TEST(ResultSet, UnexpectedNodeIsXD00B) {
+    ExprArena a;
+    Fake f;
+    try {
+        EvaluateRows(Node(a, EXPR_STOPWORD, nullptr, nullptr), f.Source());
+        FAIL() << "no error";
+    } catch (const Error &e) {
+        EXPECT_EQ(e.code(), "XD00B");
+    }
+}
