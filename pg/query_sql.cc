@@ -34,6 +34,9 @@ extern "C" {
 #include "funcapi.h"
 #include "nodes/pathnodes.h"
 #include "nodes/supportnodes.h"
+#include "nodes/makefuncs.h"
+#include "nodes/nodeFuncs.h"
+#include "optimizer/optimizer.h"
 #include "utils/lsyscache.h"
 #include "storage/proc.h"
 #include "utils/snapmgr.h"
@@ -463,10 +466,39 @@ Datum pgdoc_dt_doclikesel(PG_FUNCTION_ARGS) {
 
 // Planner support of Contains, ContainsWords and DocLike: a call in a
 // WHERE clause is estimated exactly as the operator that spells it
-// (@@, @@@, %), so both spellings get the same row count.
+// (@@, @@@, %), so both spellings get the same row count, and it becomes
+// that operator's condition on a dtree index of the column.
 Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         Node *rawreq = InternalArg<Node>(fcinfo, 0);
+        if (IsA(rawreq, SupportRequestIndexCondition)) {
+            // Contains(body, q) on a column with a dtree index: the index
+            // condition body @@ q (and @@@, % for the other two).
+            auto *req = (SupportRequestIndexCondition *)rawreq;
+            List *conds = ServerCall([&]() -> List * {
+                if (req->indexarg != 0 || !is_funcclause(req->node)) return NIL;
+                FuncExpr *fe = (FuncExpr *)req->node;
+                if (list_length(fe->args) != 2) return NIL;
+                char *fname = get_func_name(req->funcid);
+                if (!fname) return NIL;
+                int strategy = strcmp(fname, "contains") == 0        ? 1
+                               : strcmp(fname, "containswords") == 0 ? 2
+                               : strcmp(fname, "doclike") == 0       ? 3
+                                                                     : 0;
+                if (strategy == 0) return NIL;
+                Node *left = (Node *)linitial(fe->args), *right = (Node *)lsecond(fe->args);
+                // The other side must be known before the scan starts.
+                if (bms_is_member(req->index->rel->relid, pull_varnos(req->root, right)) ||
+                    contain_volatile_functions(right))
+                    return NIL;
+                Oid opno = get_opfamily_member(req->opfamily, exprType(left), exprType(right), strategy);
+                if (!OidIsValid(opno)) return NIL;
+                req->lossy = false;
+                return list_make1(make_opclause(opno, BOOLOID, false, (Expr *)left, (Expr *)right, InvalidOid,
+                                                fe->inputcollid));
+            });
+            return PointerGetDatum(conds);
+        }
         if (!IsA(rawreq, SupportRequestSelectivity)) return PointerGetDatum(nullptr);
         auto *req = (SupportRequestSelectivity *)rawreq;
         if (req->is_join) return PointerGetDatum(nullptr);

@@ -81,6 +81,11 @@ same "0" "$(q -c "SET enable_seqscan = off" -c "SELECT count(*) FROM g WHERE bod
 q -c "ANALYZE g" >/dev/null
 plan=$(q -c "EXPLAIN SELECT id FROM g WHERE body @@ 'sulfonamide and antibacterial'")
 has "g_dt" "$plan" "EXPLAIN: the planner uses the index for a selective query"
+plan=$(q -c "EXPLAIN SELECT id FROM g WHERE Contains(body, 'sulfonamide and antibacterial')")
+has "g_dt" "$plan" "EXPLAIN: the function form Contains(body, q) uses the index too"
+same "$(q -c "SET enable_seqscan = off" -c "SELECT string_agg(id::text, ',' ORDER BY id) FROM g WHERE Contains(body, 'dog or cat')")" \
+     "$(q -c "SET enable_indexscan = off" -c "SET enable_bitmapscan = off" -c "SELECT string_agg(id::text, ',' ORDER BY id) FROM g WHERE body @@ 'dog or cat'")" \
+     "the function form through the index gives the operator's rows"
 plan=$(q -c "EXPLAIN SELECT id FROM g WHERE body @@ 'the'")
 has "Seq Scan" "$plan" "EXPLAIN: a sequential scan where every row matches (a stop word)"
 has "XD003" "$(q -c "SELECT dt_RaiseError('XD003')" 2>&1)" "XD003 has its message"
