@@ -174,26 +174,6 @@ std::string RunQuiet(PGconn *conn, const char *sql) {
     return err;
 }
 
-Table ToTable(const PGresult *res) {
-    Table t;
-    int nf = PQnfields(res), nt = PQntuples(res);
-    for (int c = 0; c < nf; c++) {
-        t.headers.push_back(PQfname(res, c));
-        t.rightAlign.push_back(IsNumericType(PQftype(res, c)));
-    }
-    for (int r = 0; r < nt; r++) {
-        std::vector<std::optional<std::string>> row;
-        for (int c = 0; c < nf; c++) {
-            if (PQgetisnull(res, r, c))
-                row.push_back(std::nullopt);
-            else
-                row.push_back(std::string(PQgetvalue(res, r, c), (size_t)PQgetlength(res, r, c)));
-        }
-        t.rows.push_back(std::move(row));
-    }
-    return t;
-}
-
 bool StatusAfterRows(const char *tag) {
     return std::strncmp(tag, "INSERT", 6) == 0 || std::strncmp(tag, "UPDATE", 6) == 0 ||
            std::strncmp(tag, "DELETE", 6) == 0 || std::strncmp(tag, "MERGE", 5) == 0;
@@ -237,7 +217,7 @@ bool Run(PGconn *conn, const std::string &sql, const Options &o, std::string *ca
                     break;
                 }
                 case PGRES_TUPLES_OK: {
-                    out += FormatTable(ToTable(res), po);
+                    out += FormatTable(ResultTable(res), po);
                     const char *tag = PQcmdStatus(res);
                     if (!o.quiet && StatusAfterRows(tag)) out += std::string(tag) + "\n";
                     break;

@@ -57,23 +57,6 @@ std::string PatternRegex(const std::string &pattern) {
     return re + ")$";
 }
 
-Table ResultTable(PGresult *res) {
-    Table t;
-    int nf = PQnfields(res), nt = PQntuples(res);
-    for (int c = 0; c < nf; c++) {
-        t.headers.push_back(PQfname(res, c));
-        t.rightAlign.push_back(IsNumericType(PQftype(res, c)));
-    }
-    for (int r = 0; r < nt; r++) {
-        std::vector<std::optional<std::string>> row;
-        for (int c = 0; c < nf; c++)
-            row.push_back(PQgetisnull(res, r, c) ? std::nullopt
-                                                 : std::optional<std::string>(PQgetvalue(res, r, c)));
-        t.rows.push_back(std::move(row));
-    }
-    return t;
-}
-
 // Runs a catalogue query with an optional pattern as $1 and prints it under
 // a title, or `none` when it found nothing.
 bool Describe(Session &s, const std::string &sql, const std::string *pattern, const std::string &title,
@@ -180,6 +163,26 @@ bool OnOff(const std::vector<std::string> &w, bool current) {
 }
 
 }  // namespace
+
+Table ResultTable(const PGresult *res) {
+    Table t;
+    int nf = PQnfields(res), nt = PQntuples(res);
+    for (int c = 0; c < nf; c++) {
+        t.headers.push_back(PQfname(res, c));
+        t.rightAlign.push_back(IsNumericType(PQftype(res, c)));
+    }
+    for (int r = 0; r < nt; r++) {
+        std::vector<std::optional<std::string>> row;
+        for (int c = 0; c < nf; c++) {
+            if (PQgetisnull(res, r, c))
+                row.push_back(std::nullopt);
+            else
+                row.push_back(std::string(PQgetvalue(res, r, c), (size_t)PQgetlength(res, r, c)));
+        }
+        t.rows.push_back(std::move(row));
+    }
+    return t;
+}
 
 std::string MetaHelpText() {
     return "General\n"

@@ -44,4 +44,7 @@ std::string Interpolate(const std::string &sql, const std::map<std::string, std:
 
 std::string MetaHelpText();
 
+// A query result as the printer takes it.
+Table ResultTable(const PGresult *res);
+
 }  // namespace docsql
