@@ -374,13 +374,16 @@ Datum pgdoc_dt_ClaimLargeObjects(PG_FUNCTION_ARGS) {
             dt::pg::CheckInterrupts();
             Oid newoid = dt::pg::ColumnObject(newtup, desc, i);
             if (newoid == InvalidOid) continue;
-            if (oldtup && dt::pg::ColumnObject(oldtup, desc, i) == newoid) continue;
+            // A fresh object is taken even when the update leaves the value
+            // as it was: rows that CREATE TABLE ... AS wrote before the
+            // triggers were attached hold fresh objects of their own.
             auto *f = FindFresh(newoid);
             if (f && f->state == dt::pg::kFresh) {
                 f->state = dt::pg::kTaken;
                 f->takenlevel = level;
                 continue;
             }
+            if (oldtup && dt::pg::ColumnObject(oldtup, desc, i) == newoid) continue;
             bool isnull;
             Datum d = dt::pg::ServerCall([&] { return heap_getattr(newtup, i + 1, desc, &isnull); });
             const void *v = dt::pg::DocFromDatum(d);
@@ -432,7 +435,6 @@ Datum pgdoc_dt_ManageLargeObjects(PG_FUNCTION_ARGS) {
             dt::pg::CheckInterrupts();
             Oid newoid = dt::pg::ColumnObject(newtup, desc, i);
             Oid oldoid = dt::pg::ColumnObject(oldtup, desc, i);
-            if (newoid == oldoid) continue;
             Datum args[3] = {0, ObjectIdGetDatum(relid), Int16GetDatum((int16)(i + 1))};
             if (newoid != InvalidOid) {
                 auto *f = FindFresh(newoid);
@@ -442,6 +444,7 @@ Datum pgdoc_dt_ManageLargeObjects(PG_FUNCTION_ARGS) {
                     f->state = dt::pg::kOwned;
                 }
             }
+            if (newoid == oldoid) continue;
             if (oldoid != InvalidOid) {
                 args[0] = ObjectIdGetDatum(oldoid);
                 dt::pg::RunRegistry(dt::pg::release_plan, args, true);

@@ -86,7 +86,12 @@ q -c "DELETE FROM auto1"
 same "1|1|t" "$(los)|$(registered)|$(q -c "SELECT md5(GetDocText(d)) = '$(md5of "$WORK/f1.txt")' FROM auto2")" "the copy keeps its object after the original row goes"
 q -c "CREATE TABLE auto3(id int)" -c "ALTER TABLE auto3 ADD COLUMN d doc"
 same "3" "$(q -c "SELECT count(*) FROM pg_trigger WHERE tgrelid = 'auto3'::regclass")" "ADD COLUMN of type doc attaches the triggers"
-q -c "DROP TABLE auto1, auto2, auto3"
+# CREATE TABLE ... AS with documents made in the same statement: the rows
+# keep them after the commit.
+q -c "CREATE TABLE fromtext AS SELECT g AS id, dt_FromText(repeat('document number ' || g || ' ', 20)) AS body FROM generate_series(1, 3) g"
+same "3|3" "$(q -c "SELECT count(*) FROM fromtext WHERE GetDocText(body) LIKE 'document number%'")|$(q -c "SELECT count(*) FROM dt_large_objects WHERE relid = 'fromtext'::regclass")" \
+     "CREATE TABLE AS keeps the documents it made, each owned by its row"
+q -c "DROP TABLE auto1, auto2, auto3, fromtext"
 same "0|0" "$(los)|$(registered)" "dropping them frees everything"
 
 # Partitioned tables: a value is owned once, by its partition.
