@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Searches through the dtree index against PostgreSQL's GIN over a stored
+# tsvector, on the same WordNet noun glosses (one document per gloss, made
+# with dt_FromText) in the same run, parallel query off on both sides.
+# For each kind of query (one term, two terms and'ed, three terms or'ed,
+# two terms and'ed with a third negated), 200 queries drawn from the
+# collection's vocabulary (words in 5 to 2,000 glosses) are run as
+# count(*) and as the first 100 ids; p50 and p99 of each side and their
+# ratio; the function form Contains(body, q) too.  Writes
+# bench/results/dtree_search.txt.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+out=bench/results/dtree_search.txt
+db=dtree_search_bench
+psql -X -q -d postgres -c "DROP DATABASE IF EXISTS $db" -c "CREATE DATABASE $db" 2>/dev/null
+export PGDATABASE=$db
+export PGOPTIONS="-c client_min_messages=warning -c max_parallel_workers_per_gather=0"
+psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
+CREATE EXTENSION document;
+CREATE TABLE gloss_lines (id bigint GENERATED ALWAYS AS IDENTITY, line text);
+COPY gloss_lines (line) FROM '/usr/share/wordnet/data.noun'
+    WITH (FORMAT csv, DELIMITER E'\x1f', QUOTE E'\x1e');
+CREATE TABLE glosses AS
+SELECT row_number() OVER (ORDER BY id) AS id, split_part(line, ' | ', 2) AS txt
+  FROM gloss_lines WHERE line NOT LIKE ' %' AND split_part(line, ' | ', 2) <> '';
+DROP TABLE gloss_lines;
+CREATE TABLE gdocs AS SELECT id, dt_FromText(txt) AS body FROM glosses;
+CREATE TABLE gtsv AS SELECT id, to_tsvector('english', txt) AS tsv FROM glosses;
+CREATE INDEX gdocs_dt ON gdocs USING dtree (body);
+CREATE INDEX gtsv_gin ON gtsv USING gin (tsv);
+VACUUM ANALYZE gdocs;
+VACUUM ANALYZE gtsv;
+SELECT setseed(0.1122);
+CREATE TABLE vocab AS
+SELECT word, row_number() OVER () AS k FROM (
+  SELECT word FROM ts_stat('SELECT to_tsvector(''simple'', txt) FROM glosses')
+   WHERE ndoc BETWEEN 5 AND 2000 AND word ~ '^[a-z]{4,}$' ORDER BY random() LIMIT 800) s;
+-- Each kind of query in both languages: (kind, query language, tsquery).
+CREATE TABLE queries AS
+SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 200
+UNION ALL
+SELECT 'two terms and', a.word || ' and ' || b.word, a.word || ' & ' || b.word
+  FROM vocab a JOIN vocab b ON b.k = a.k + 200 WHERE a.k <= 200
+UNION ALL
+SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
+  FROM vocab a JOIN vocab b ON b.k = a.k + 200 JOIN vocab c ON c.k = a.k + 400 WHERE a.k <= 200
+UNION ALL
+SELECT 'and, and not', a.word || ' and ' || b.word || ' and !' || c.word, a.word || ' & ' || b.word || ' & !' || c.word
+  FROM vocab a JOIN vocab b ON b.k = a.k + 400 JOIN vocab c ON c.k = a.k + 600 WHERE a.k <= 200;
+-- Milliseconds of each query of a kind, run by one SQL template ($1 the query).
+CREATE FUNCTION timings(kind text, tmpl text, col text) RETURNS float8[] LANGUAGE plpgsql AS $$
+DECLARE r record; t0 timestamptz; ms float8[] := '{}'; dummy bigint;
+BEGIN
+  FOR r IN EXECUTE format('SELECT %I AS q FROM queries WHERE kind = $1', col) USING kind LOOP
+    t0 := clock_timestamp();
+    EXECUTE tmpl INTO dummy USING r.q;
+    ms := ms || (extract(epoch FROM clock_timestamp() - t0) * 1000);
+  END LOOP;
+  RETURN ms;
+END $$;
+CREATE FUNCTION pct(a float8[], p float8) RETURNS float8 LANGUAGE sql AS
+$$ SELECT percentile_cont(p) WITHIN GROUP (ORDER BY x) FROM unnest(a) x $$;
+SQL
+n=$(psql -X -qtA -c "SELECT count(*) FROM gdocs")
+{
+echo "== $(date -u +%Y-%m-%dT%H:%MZ) searches over $n WordNet noun glosses, 200 queries of each kind ($(git rev-parse --short HEAD 2>/dev/null)); milliseconds"
+psql -X -q -P footer=off <<'SQL'
+WITH kinds(kind, ord) AS (VALUES ('one term', 1), ('two terms and', 2), ('three terms or', 3), ('and, and not', 4)),
+runs AS (
+  SELECT kind, ord, 'count(*)' AS what,
+         timings(kind, 'SELECT count(*) FROM gdocs WHERE body @@ $1', 'q') AS dt,
+         timings(kind, 'SELECT count(*) FROM gdocs WHERE Contains(body, $1)', 'q') AS fn,
+         timings(kind, 'SELECT count(*) FROM gtsv WHERE tsv @@ to_tsquery(''english'', $1)', 'tq') AS gin
+    FROM kinds
+  UNION ALL
+  SELECT kind, ord, '100 rows',
+         timings(kind, 'SELECT count(*) FROM (SELECT id FROM gdocs WHERE body @@ $1 LIMIT 100) s', 'q'),
+         timings(kind, 'SELECT count(*) FROM (SELECT id FROM gdocs WHERE Contains(body, $1) LIMIT 100) s', 'q'),
+         timings(kind, 'SELECT count(*) FROM (SELECT id FROM gtsv WHERE tsv @@ to_tsquery(''english'', $1) LIMIT 100) s', 'tq')
+    FROM kinds)
+SELECT kind, what,
+       round(pct(dt, 0.5)::numeric, 3) AS dtree_p50, round(pct(dt, 0.99)::numeric, 3) AS dtree_p99,
+       round(pct(fn, 0.5)::numeric, 3) AS contains_p50,
+       round(pct(gin, 0.5)::numeric, 3) AS gin_p50, round(pct(gin, 0.99)::numeric, 3) AS gin_p99,
+       round((pct(dt, 0.5) / nullif(pct(gin, 0.5), 0))::numeric, 2) AS p50_ratio,
+       round((pct(dt, 0.99) / nullif(pct(gin, 0.99), 0))::numeric, 2) AS p99_ratio
+  FROM runs ORDER BY ord, what;
+SQL
+} | tee -a "$out"
+psql -X -q -d postgres -c "DROP DATABASE IF EXISTS $db"
