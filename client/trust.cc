@@ -113,8 +113,8 @@ std::vector<std::string> NamedDirectories(const std::string &s) {
     return prefixes;
 }
 
-std::vector<std::string> LiteralDirectories(const std::string &s) {
-    std::vector<std::string> dirs;
+std::vector<std::string> LiteralPaths(const std::string &s) {
+    std::vector<std::string> paths;
     for (size_t i = 1; i < s.size(); i++) {
         if (s[i] != '\'') continue;
         if (i + 1 < s.size() && s[i + 1] == '\'') {
@@ -124,7 +124,14 @@ std::vector<std::string> LiteralDirectories(const std::string &s) {
         size_t start = i;
         while (start > 0 && !OpensWord(s[start - 1])) start--;
         std::string word = s.substr(start, i - start);
-        if (word.size() < 2 || word[0] != '/') continue;
+        if (word.size() >= 2 && word[0] == '/') paths.push_back(word);
+    }
+    return paths;
+}
+
+std::vector<std::string> LiteralDirectories(const std::string &s) {
+    std::vector<std::string> dirs;
+    for (const std::string &word : LiteralPaths(s)) {
         struct stat st;
         if (stat(word.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) dirs.push_back(word.back() == '/' ? word : word + "/");
     }
@@ -155,6 +162,12 @@ bool MayServe(const Trust &t, const std::string &path, bool forWrite, std::strin
         if (UnderPrefix(path, p, forWrite)) return true;
     for (const std::string &d : LiteralDirectories(t.statement))
         if (UnderPrefix(path, d, forWrite)) return true;
+    // A name the server makes from a literal by adding an extension
+    // (dt_Export(body, '/home/me/back') writes /home/me/back.16403).
+    for (const std::string &p : LiteralPaths(t.statement))
+        if (path.size() > p.size() + 1 && path.compare(0, p.size(), p) == 0 && path[p.size()] == '.' &&
+            path.find('/', p.size()) == std::string::npos && p.back() != '/')
+            return true;
     for (std::string d : t.allowDirs) {
         if (!d.empty() && d.back() != '/') d += '/';
         if (UnderPrefix(path, d, forWrite)) return true;

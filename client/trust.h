@@ -12,7 +12,9 @@
 //    a string literal ending in "/" or followed by "||" (as in
 //    'format(ascii):/data/' || id || '.txt' or '/out/doc' || n), or lies
 //    in a directory of the client that a literal names by its absolute path
-//    (as in GetDoc(body, '/home/me/out')), or under a directory the user
+//    (as in GetDoc(body, '/home/me/out')), or is a literal's absolute path
+//    with an extension added (dt_Export(body, '/home/me/back') writes
+//    /home/me/back.16403), or lies under a directory the user
 //    allowed with --allow-dir; then no ".."
 //    component may follow, and the file (for a push: its directory) must
 //    resolve, symbolic links followed, to a place in that directory;
@@ -38,6 +40,9 @@ bool MayServe(const Trust &t, const std::string &path, bool forWrite, std::strin
 // The path prefixes the statement text names: literals that begin with
 // "/" and end in "/" or are followed by "||".
 std::vector<std::string> NamedDirectories(const std::string &statement);
+
+// The literals of the statement text that are absolute paths.
+std::vector<std::string> LiteralPaths(const std::string &statement);
 
 // The literals of the statement text that name existing directories of
 // the client by absolute path (each with a trailing "/").

@@ -283,3 +283,12 @@ TEST(Trust, LiteralNamingAnExistingDirectory) {
     t.statement = "SELECT GetDoc(body, '" + td.root + "/nosuchdir') FROM t";
     EXPECT_FALSE(Serves(t, td.root + "/nosuchdir/new.txt", true));
 }
+
+TEST(Trust, ExtensionAddedToANamedPath) {
+    TrustDir td;
+    docsql::Trust t;
+    t.statement = "SELECT dt_Export(body, '" + td.root + "/data/back') FROM t";
+    EXPECT_TRUE(Serves(t, td.root + "/data/back.16403", true));
+    EXPECT_FALSE(Serves(t, td.root + "/data/back.d/x", true));
+    EXPECT_FALSE(Serves(t, td.root + "/data/backup", true));
+}
