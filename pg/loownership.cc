@@ -222,7 +222,20 @@ Oid CopyLargeObject(Oid from) {
     Oid to = CreateLargeObject();
     RegisterLargeObject(to);
     LargeObject src, dst;
-    OpenLargeObject(src, dt::MakeOwnedHandle(from), false);
+    try {
+        OpenLargeObject(src, dt::MakeOwnedHandle(from), false);
+    } catch (const dt::Error &e) {
+        // The value was read under an earlier snapshot than this copy's
+        // (CREATE TABLE ... AS: the rows get their copies in a statement of
+        // their own), and the row that owned the object has been deleted
+        // and committed since.  Storing the value would name nothing.
+        if (e.code() != "XD00H") throw;
+        throw dt::Error::User("could not copy the document's large object " + std::to_string(from) +
+                                  ": a concurrent transaction removed it",
+                              "40001",
+                              "The value was read before another transaction deleted the row that owned "
+                              "its large object. Run the statement again.");
+    }
     OpenLargeObject(dst, dt::MakeOwnedHandle(to), true);
     std::vector<char> buf(64 * 1024);
     for (;;) {
