@@ -20,19 +20,22 @@ PG_FUNCTION_INFO_V1(pgdoc_dvips2ascii);
 
 namespace {
 
+// Runs inside the entry point's guard.
 Datum PsStep(FunctionCallInfo fcinfo, int dvi_file) {
-    return dt::pg::Guard([&]() -> Datum {
-        std::string in = dt::pg::TextArg(fcinfo, 0);
-        std::string out = dt::pg::TextArg(fcinfo, 1);
-        if (!dt::cvps2ascii(dt::SpecPath(in).c_str(), dt::SpecPath(out).c_str(), dvi_file)) {
-            fcinfo->isnull = true;
-            return (Datum)0;
-        }
-        return PointerGetDatum(dt::pg::StringToText(out));
-    });
+    std::string in = dt::pg::TextArg(fcinfo, 0);
+    std::string out = dt::pg::TextArg(fcinfo, 1);
+    if (!dt::cvps2ascii(dt::SpecPath(in).c_str(), dt::SpecPath(out).c_str(), dvi_file)) {
+        fcinfo->isnull = true;
+        return (Datum)0;
+    }
+    return PointerGetDatum(dt::pg::StringToText(out));
 }
 
 }  // namespace
 
-extern "C" Datum pgdoc_ps2ascii(PG_FUNCTION_ARGS) { return PsStep(fcinfo, 0); }
-extern "C" Datum pgdoc_dvips2ascii(PG_FUNCTION_ARGS) { return PsStep(fcinfo, 1); }
+extern "C" Datum pgdoc_ps2ascii(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum { return PsStep(fcinfo, 0); });
+}
+extern "C" Datum pgdoc_dvips2ascii(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum { return PsStep(fcinfo, 1); });
+}
