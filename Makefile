@@ -10,7 +10,7 @@ BUILD ?= build
 JOBS ?= $(shell nproc)
 
 DEB_PACKAGES = postgresql-15 postgresql-server-dev-15 libpq-dev libkrb5-dev \
-               cmake g++ make libgtest-dev wordnet-base python3 libreadline-dev postgresql-15-rum
+               cmake g++ make libgtest-dev wordnet-base python3 libreadline-dev postgresql-15-rum groff-base
 
 # The server's extension directories are shared by every build on the
 # machine, so installing and everything that uses the installed extension
