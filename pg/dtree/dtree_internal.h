@@ -64,6 +64,8 @@ Relation DtOpenIndexByName(text *name, LOCKMODE lock);
 // The same for a regclass argument.
 Relation DtOpenIndexByOid(Oid relid, LOCKMODE lock);
 bool DtIsDtreeIndex(Relation rel);
+// Raises an error unless the user has the privilege on the index's table.
+void DtCheckTablePrivilege(Relation index, AclMode mode);
 
 // Access-method callbacks.
 IndexBuildResult *dtbuild(Relation heap, Relation index, IndexInfo *indexInfo);
@@ -79,6 +81,8 @@ void dtrescan(IndexScanDesc scan, ScanKey keys, int nkeys, ScanKey orderbys, int
 bool dtgettuple(IndexScanDesc scan, ScanDirection dir);
 int64 dtgetbitmap(IndexScanDesc scan, TIDBitmap *tbm);
 void dtendscan(IndexScanDesc scan);
+void dtmarkpos(IndexScanDesc scan);
+void dtrestrpos(IndexScanDesc scan);
 void DtScanCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost *indexStartupCost,
                         Cost *indexTotalCost, Selectivity *indexSelectivity, double *indexCorrelation,
                         double *indexPages);

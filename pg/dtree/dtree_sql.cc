@@ -27,7 +27,7 @@ extern "C" {
 #include "wordnet.h"
 
 // Raises an error unless the user has the privilege on the index's table.
-static void DtCheckTablePrivilege(Relation index, AclMode mode) {
+void DtCheckTablePrivilege(Relation index, AclMode mode) {
     Oid heapid = IndexGetRelation(RelationGetRelid(index), false);
     if (pg_class_aclcheck(heapid, GetUserId(), mode) != ACLCHECK_OK)
         aclcheck_error(ACLCHECK_NO_PRIV, get_relkind_objtype(get_rel_relkind(heapid)), get_rel_name(heapid));
