@@ -268,18 +268,25 @@ Datum pgdoc_dt_DocParams(PG_FUNCTION_ARGS) {
     });
 }
 
-// doc <=> query: the distance of ORDER BY relevance.  Only a dtree index
-// scan knows it (a weight needs the counts of the whole collection), so
-// evaluated on a single row it is an error.
+// doc <=> query: the distance of ORDER BY relevance, 1 - weight.  A weight
+// needs the counts of the whole collection, which only the index scan
+// has: the operator gives the distance of the row that a dtree scan
+// ordered by the same query has just returned (the executor projects each
+// row right after its scan returned it), and is an error anywhere else.
 Datum pgdoc_dt_RelevanceDistance(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        ServerCall([] {
-            ereport(ERROR,
-                    (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
-                     errmsg("ordering by relevance (doc <=> query) needs a dtree index scan"),
-                     errhint("Add a condition on the same column such as body @@ query, with a dtree index on it, "
-                             "or use WeightContains(index, ctid, query) to compute weights row by row.")));
-        });
-        return (Datum)0;
+        dt::pg::DocArg(fcinfo, 0);
+        std::string query = dt::pg::TextArg(fcinfo, 1);
+        double d;
+        if (!DtCurrentDistance(query.data(), query.size(), &d))
+            ServerCall([] {
+                ereport(ERROR,
+                        (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),
+                         errmsg("ordering by relevance (doc <=> query) needs a dtree index scan"),
+                         errhint("Order the rows of a condition on the same column, such as WHERE body @@ q ORDER "
+                                 "BY body <=> q, with a dtree index on it; WeightContains(index, ctid, q) gives "
+                                 "the weight of any row.")));
+            });
+        return Float8GetDatum(d);
     });
 }

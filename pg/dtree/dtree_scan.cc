@@ -7,7 +7,10 @@
 //
 // With ORDER BY doc <=> query, the rows of the conditions come out by
 // rising distance, one minus the row's weight for that query (1 for a row
-// the query does not match).
+// the query does not match).  The executor computes doc <=> query again
+// for each row it projects, right after the scan returned the row: the
+// operator then reads the distance of the row last returned by a scan
+// ordered by the same query (DtCurrentDistance).
 #include <algorithm>
 #include <new>
 
@@ -34,8 +37,28 @@ struct DtScanState {
     ItemPointerData *tids;
     double *distances;  // ranked scans with ORDER BY: norderbys per row
     int64 ntids;
+    int64 current;      // the row last handed out, or -1
     dt::RankedCursor cursor;
+    // Scans with ORDER BY are listed while they exist, so that the
+    // distance of the row just returned can be found by its query.
+    int norderbys;
+    text **orderQueries;  // in cxt
+    uint64 stamp;         // when it last returned a row
+    DtScanState *prev, *next;
+    MemoryContext keeper;  // deleted with the scan: unlists it
+    MemoryContextCallback unlist;
 };
+
+DtScanState *g_orderedScans = nullptr;
+uint64 g_orderStamp = 0;
+
+void Unlist(void *arg) {
+    DtScanState *st = (DtScanState *)arg;
+    if (st->prev) st->prev->next = st->next;
+    else if (g_orderedScans == st) g_orderedScans = st->next;
+    if (st->next) st->next->prev = st->prev;
+    st->prev = st->next = nullptr;
+}
 
 std::vector<dt::pg::ScanCondition> Conditions(IndexScanDesc scan) {
     std::vector<dt::pg::ScanCondition> conds;
@@ -130,6 +153,7 @@ void Build(IndexScanDesc scan, DtScanState *st, bool ranked) {
 }
 
 void Reset(DtScanState *st) {
+    st->current = -1;
     st->built = false;
     st->tids = nullptr;
     st->distances = nullptr;
@@ -146,9 +170,17 @@ IndexScanDesc dtbeginscan(Relation index, int nkeys, int norderbys) {
             DtScanState *st = (DtScanState *)palloc0(sizeof(DtScanState));
             st->cxt = AllocSetContextCreate(CurrentMemoryContext, "dtree scan", ALLOCSET_DEFAULT_SIZES);
             s->opaque = st;
+            st->norderbys = norderbys;
             if (norderbys > 0) {
                 s->xs_orderbyvals = (Datum *)palloc0(sizeof(Datum) * norderbys);
                 s->xs_orderbynulls = (bool *)palloc(sizeof(bool) * norderbys);
+                st->keeper = AllocSetContextCreate(CurrentMemoryContext, "dtree ordered scan", ALLOCSET_SMALL_SIZES);
+                st->unlist.func = Unlist;
+                st->unlist.arg = st;
+                MemoryContextRegisterResetCallback(st->keeper, &st->unlist);
+                st->next = g_orderedScans;
+                if (g_orderedScans) g_orderedScans->prev = st;
+                g_orderedScans = st;
             }
             return s;
         });
@@ -167,6 +199,15 @@ void dtrescan(IndexScanDesc scan, ScanKey keys, int nkeys, ScanKey orderbys, int
             if (orderbys && scan->numberOfOrderBys > 0)
                 memmove(scan->orderByData, orderbys, scan->numberOfOrderBys * sizeof(ScanKeyData));
             MemoryContextReset(st->cxt);
+            st->orderQueries = NULL;
+            if (scan->numberOfOrderBys > 0) {
+                MemoryContext old = MemoryContextSwitchTo(st->cxt);
+                st->orderQueries = (text **)palloc0(sizeof(text *) * scan->numberOfOrderBys);
+                for (int o = 0; o < scan->numberOfOrderBys; o++)
+                    if (!(scan->orderByData[o].sk_flags & SK_ISNULL))
+                        st->orderQueries[o] = DatumGetTextPCopy(scan->orderByData[o].sk_argument);
+                MemoryContextSwitchTo(old);
+            }
         });
         Reset(st);
         return 0;
@@ -178,6 +219,7 @@ bool dtgettuple(IndexScanDesc scan, ScanDirection dir) {
         DtScanState *st = (DtScanState *)scan->opaque;
         if (!st->built) Build(scan, st, true);
         int64 pos = st->cursor.Step(ScanDirectionIsForward(dir));
+        st->current = pos;
         if (pos < 0) return false;
         scan->xs_heaptid = st->tids[pos];
         scan->xs_recheck = false;
@@ -188,6 +230,7 @@ bool dtgettuple(IndexScanDesc scan, ScanDirection dir) {
                 scan->xs_orderbynulls[o] = false;
             }
             scan->xs_recheckorderby = false;
+            st->stamp = ++g_orderStamp;
         }
         return true;
     });
@@ -212,9 +255,31 @@ int64 dtgetbitmap(IndexScanDesc scan, TIDBitmap *tbm) {
 void dtendscan(IndexScanDesc scan) {
     dt::pg::Guard([&]() -> int {
         DtScanState *st = (DtScanState *)scan->opaque;
-        ServerCall([&] { MemoryContextDelete(st->cxt); });
+        ServerCall([&] {
+            MemoryContextDelete(st->cxt);
+            if (st->keeper) MemoryContextDelete(st->keeper);
+        });
         return 0;
     });
+}
+
+bool DtCurrentDistance(const char *query, Size len, double *distance) {
+    DtScanState *best = nullptr;
+    int bestOrder = 0;
+    for (DtScanState *st = g_orderedScans; st; st = st->next) {
+        if (!st->built || st->current < 0 || !st->orderQueries || !st->distances) continue;
+        for (int o = 0; o < st->norderbys; o++) {
+            text *t = st->orderQueries[o];
+            if (t && VARSIZE_ANY_EXHDR(t) == len && memcmp(VARDATA_ANY(t), query, len) == 0 &&
+                (!best || st->stamp > best->stamp)) {
+                best = st;
+                bestOrder = o;
+            }
+        }
+    }
+    if (!best) return false;
+    *distance = best->distances[best->current * best->norderbys + bestOrder];
+    return true;
 }
 
 void dtmarkpos(IndexScanDesc scan) {

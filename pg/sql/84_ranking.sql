@@ -65,9 +65,9 @@ COMMENT ON FUNCTION dt_DocParams() IS 'the twelve ranking coefficients of this s
 -- ORDER BY body <=> query: rows by falling relevance, from a dtree index
 -- scan (the distance is 1 - weight).
 CREATE FUNCTION dt_RelevanceDistance(doc, text) RETURNS double precision
-    AS 'MODULE_PATHNAME', 'pgdoc_dt_RelevanceDistance' LANGUAGE C STABLE STRICT PARALLEL SAFE COST 1000000;
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_RelevanceDistance' LANGUAGE C STABLE STRICT PARALLEL RESTRICTED COST 1000000;
 COMMENT ON FUNCTION dt_RelevanceDistance(doc, text) IS
-    'relevance distance of ORDER BY doc <=> query; only a dtree index scan computes it';
+    'relevance distance (1 - weight) of the row a dtree index scan ordered by the query has just returned';
 CREATE OPERATOR <=> (LEFTARG = doc, RIGHTARG = text, FUNCTION = dt_RelevanceDistance);
 COMMENT ON OPERATOR <=> (doc, text) IS 'relevance distance (1 - weight), for ORDER BY through a dtree index';
 ALTER OPERATOR FAMILY doc_dtree_ops USING dtree ADD OPERATOR 4 <=> (doc, text) FOR ORDER BY float_ops;
