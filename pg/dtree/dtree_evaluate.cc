@@ -145,10 +145,13 @@ private:
 };
 
 // Weights of a result table by the index's counters.
-void Weigh(Relation index, dt::ResultTable &table, const dt::DocExprNode *tree) {
+void Weigh(Relation index, dt::ResultTable &table, const dt::DocExprNode *tree, int32 *terms = nullptr,
+           int32 *docs = nullptr) {
     DtMetaInfo mi;
     ServerCall([&] { DtReadMeta(index, &mi); });
     dt::GetDocWeights(table, tree, mi.numterms, mi.numdocs);
+    if (terms) *terms = mi.numterms;
+    if (docs) *docs = mi.numdocs;
 }
 
 dt::EntrySource SourceOf(Relation index, VisCheck *vis) {
@@ -165,25 +168,22 @@ namespace dt::pg {
 ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<ScanCondition> &conditions,
                          bool ranked) {
     ScanOutcome out;
-    dt::ExprArena arena;
-    dt::ScanCuts cuts;
-    dt::DocExprNode *tree = ScanTree(arena, conditions, &cuts);
-    if (!tree) {
+    Answer ans;
+    ans.tree = ScanTree(ans.arena, conditions, &ans.cuts);
+    if (!ans.tree) {
         out.ranked = ranked;
         return out;
     }
-    bool cut = cuts.tupcnt > 0 || cuts.percent > 0.0f;
-    if (!ranked && !cut) {
+    if (!ranked && ans.cuts.tupcnt <= 0 && ans.cuts.percent <= 0.0f) {
         dt::RowSource src;
         src.rowsWithTerm = [index](const std::string &term) { return Rows(index, &term); };
         src.allRows = [index] { return Rows(index, nullptr); };
-        out.rows = dt::EvaluateRows(tree, src);
+        out.rows = dt::EvaluateRows(ans.tree, src);
         return out;
     }
-    Visibility vis(index, snapshot);
-    dt::ResultTable table = dt::EvaluateEntries(tree, SourceOf(index, vis.get()));
-    Weigh(index, table, tree);
-    std::vector<uint32_t> order = dt::RankEntries(table, cuts.tupcnt, (double)cuts.percent);
+    EvaluateTree(index, snapshot, &ans);
+    const dt::ResultTable &table = ans.table;
+    std::vector<uint32_t> order = dt::RankEntries(table, ans.cuts.tupcnt, (double)ans.cuts.percent);
     out.rows.reserve(order.size());
     out.weights.reserve(order.size());
     for (uint32_t i : order) {
@@ -198,6 +198,17 @@ ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<Sc
         out.ranked = false;
     }
     return out;
+}
+
+void EvaluateAnswer(Relation index, Snapshot snapshot, const std::vector<ScanCondition> &conditions, Answer *out) {
+    out->tree = ScanTree(out->arena, conditions, &out->cuts);
+    if (out->tree) EvaluateTree(index, snapshot, out);
+}
+
+void EvaluateTree(Relation index, Snapshot snapshot, Answer *out) {
+    Visibility vis(index, snapshot);
+    out->table = dt::EvaluateEntries(out->tree, SourceOf(index, vis.get()));
+    Weigh(index, out->table, out->tree, &out->totalTerms, &out->totalDocs);
 }
 
 void QueryWeights(Relation index, Snapshot snapshot, Datum query, std::vector<dt::RowKey> *rows,

@@ -36,6 +36,20 @@ struct ScanOutcome {
 ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<ScanCondition> &conditions,
                          bool ranked);
 
+// The answer of a scan before ranking: the query's tree (its leaves hold
+// their counts), every visible row it matches with its hits and weight,
+// and the index's counters the weights were computed with.
+struct Answer {
+    dt::ExprArena arena;
+    dt::DocExprNode *tree = nullptr;  // null: nothing matches
+    dt::ScanCuts cuts;
+    dt::ResultTable table;
+    int32 totalTerms = 0, totalDocs = 0;
+};
+void EvaluateAnswer(Relation index, Snapshot snapshot, const std::vector<ScanCondition> &conditions, Answer *out);
+// The same for the tree already in *out.
+void EvaluateTree(Relation index, Snapshot snapshot, Answer *out);
+
 // The weight of every indexed row for a query (a query of the query
 // language; its options prefix is not applied), for ordering by relevance:
 // rows in row order with their weights; rows the query does not match are

@@ -71,3 +71,18 @@ COMMENT ON FUNCTION dt_RelevanceDistance(doc, text) IS
 CREATE OPERATOR <=> (LEFTARG = doc, RIGHTARG = text, FUNCTION = dt_RelevanceDistance);
 COMMENT ON OPERATOR <=> (doc, text) IS 'relevance distance (1 - weight), for ORDER BY through a dtree index';
 ALTER OPERATOR FAMILY doc_dtree_ops USING dtree ADD OPERATOR 4 <=> (doc, text) FOR ORDER BY float_ops;
+
+-- Learns the twelve coefficients from judgments: judgments is a query
+-- returning (query text, row tid, relevant boolean) over the indexed
+-- table, run with the caller's rights; rows of an answer no judgment marks
+-- relevant count as not relevant.  Queries are word lists unless wordlist
+-- is false (then the query language).  With apply, the coefficients are
+-- set for this session (as dt_SetDocParam does).
+CREATE FUNCTION dt_FitDocParams(dtreename text, judgments text, wordlist boolean DEFAULT true,
+                                apply boolean DEFAULT false)
+    RETURNS TABLE (number integer, name text, value double precision, stage integer,
+                   observations bigint, relevant bigint, log_likelihood double precision,
+                   null_log_likelihood double precision, converged boolean)
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_FitDocParams' LANGUAGE C VOLATILE STRICT PARALLEL RESTRICTED ROWS 12;
+COMMENT ON FUNCTION dt_FitDocParams(text, text, boolean, boolean) IS
+    'learns the ranking coefficients from judged answers of a dtree index (logistic regression, two stages)';

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "error.h"
+#include "rankfit.h"
 #include "ranking.h"
 #include "resultset.h"
 #include "scantree.h"
@@ -303,4 +304,81 @@ TEST(ScanTree, JoinsConditionsAndReadsOptions) {
     EXPECT_EQ(none->node_op, EXPR_ALL);
     // A condition that matches nothing empties the conjunction.
     EXPECT_EQ(ScanQueryTree(a, plain, {ScanConditionTree(a, plain, 2, "", &cuts), t2}), nullptr);
+}
+
+namespace {
+// A deterministic stream of uniform numbers in [0, 1).
+struct Lcg {
+    uint64_t s = 88172645463325252ull;
+    double next() {
+        s = s * 6364136223846793005ull + 1442695040888963407ull;
+        return (double)(s >> 11) / 9007199254740992.0;
+    }
+};
+}  // namespace
+
+TEST(RankFit, LogisticRegressionRecoversCoefficients) {
+    Lcg r;
+    const double b0 = -1.0, b1 = 2.0, b2 = -0.5;
+    std::vector<double> x;
+    std::vector<uint8_t> y;
+    for (int i = 0; i < 20000; i++) {
+        double a = r.next() * 4 - 2, b = r.next() * 4 - 2;
+        double p = 1.0 / (1.0 + std::exp(-(b0 + b1 * a + b2 * b)));
+        x.push_back(a);
+        x.push_back(b);
+        y.push_back(r.next() < p ? 1 : 0);
+    }
+    std::vector<double> beta;
+    FitStage st = FitLogistic(x, y, 2, 1e-6, &beta);
+    EXPECT_TRUE(st.converged);
+    EXPECT_NEAR(beta[0], b0, 0.1);
+    EXPECT_NEAR(beta[1], b1, 0.1);
+    EXPECT_NEAR(beta[2], b2, 0.1);
+    EXPECT_GT(st.logLikelihood, st.nullLogLikelihood);
+    EXPECT_EQ(st.observations, 20000u);
+}
+
+TEST(RankFit, LearnsBothStagesAndRanksRelevantFirst) {
+    // Documents where the judged relevant ones hold the rare term often:
+    // the learned model must weigh them above the others.
+    ExprArena a;
+    DocExprNode *rare = Leaf(a, "rare"), *common = Leaf(a, "common");
+    rare->node_doccnt = 50;
+    rare->node_wordcnt = 200;
+    common->node_doccnt = 900;
+    common->node_wordcnt = 3000;
+    DocExprNode *root = Node(a, EXPR_OR, rare, common);
+    ResultTable t;
+    Lcg r;
+    std::vector<bool> rel;
+    for (int i = 0; i < 1000; i++) {
+        bool relevant = r.next() < 0.2;
+        ResultEntry e{MakeRowKey(0, (uint16_t)(i + 1)), (uint32_t)(20 + r.next() * 100), (uint32_t)t.hits.size(), 0, 0};
+        if (relevant || r.next() < 0.05) t.hits.push_back(TermHit{rare, relevant ? 1 + (int)(r.next() * 5) : 1});
+        t.hits.push_back(TermHit{common, 1 + (int)(r.next() * 3)});
+        e.nhits = (uint32_t)(t.hits.size() - e.firstHit);
+        t.entries.push_back(e);
+        rel.push_back(relevant);
+    }
+    FitData data;
+    AddAnswer(data, t, root, 100000, 1000, [&](RowKey k) { return rel[RowKeyOffset(k) - 1]; });
+    EXPECT_EQ(data.docs.size(), 1000u);
+    FitResult fit;
+    std::string why;
+    ASSERT_TRUE(FitDocParams(data, &fit, &why)) << why;
+    EXPECT_TRUE(fit.stage1.converged);
+    EXPECT_TRUE(fit.stage2.converged);
+    EXPECT_GT(fit.params[kZCoef], 0.0);
+    GetDocWeights(t, root, 100000, 1000, fit.params);
+    double relSum = 0, otherSum = 0;
+    int nr = 0, no = 0;
+    for (size_t i = 0; i < t.entries.size(); i++)
+        (rel[i] ? (relSum += t.entries[i].weight, nr++) : (otherSum += t.entries[i].weight, no++));
+    EXPECT_GT(relSum / nr, 2 * otherSum / no);
+
+    FitData none;
+    AddAnswer(none, t, root, 100000, 1000, [](RowKey) { return false; });
+    EXPECT_FALSE(FitDocParams(none, &fit, &why));
+    EXPECT_EQ(why, "no answered document is judged relevant");
 }
