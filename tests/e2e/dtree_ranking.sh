@@ -144,6 +144,23 @@ d2=$(q -c "SELECT count(*) FROM (SELECT dt_SetDocParam(11, 4.0), dt_SetDocParam(
 same "-0.145,-1,-6.83,0.44,0.04,0.57,-0.06,1.13,0.24,-6.725,-6.08,4" "$(echo "$d2" | sed -n 2p)" "dt_SetDocParam(11, 4.0) sets ZCoef; 12 and -1 change nothing"
 [ "$(echo "$d2" | sed -n 3p)" != "$d1" ] && pass "a new ZCoef changes the weights" || fail "a new ZCoef changes the weights"
 
+# Learning the coefficients from judgments.
+q -c "CREATE TABLE judged AS SELECT 'dog cat horse'::text AS query, ctid AS row_id, Contains(body, 'dog') AS relevant
+        FROM g WHERE body @@@ 'dog cat horse'" >/dev/null
+fit=$(q -c "SELECT count(*), bool_and(converged), min(observations) > 0, sum(relevant) > 0
+              FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, relevant FROM judged')")
+same "12|t|t|t" "$fit" "dt_FitDocParams learns twelve coefficients from judged answers"
+before=$(q -c "SELECT string_agg(value::text, ',' ORDER BY number) FROM dt_DocParams()")
+after=$(q -c "SELECT count(*) FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, relevant FROM judged', true, true)" \
+          -c "SELECT string_agg(value::text, ',' ORDER BY number) FROM dt_DocParams()" \
+          -c "SELECT avg(weight) FILTER (WHERE Contains(g.body, 'dog')) > 2 * avg(weight) FILTER (WHERE NOT Contains(g.body, 'dog'))
+                FROM dt_RankContainsWords('g_dt', 'dog cat horse') r JOIN g ON g.ctid = r.row_id")
+[ "$(echo "$after" | sed -n 2p)" != "$before" ] && pass "apply sets the learned coefficients" || fail "apply sets the learned coefficients"
+same "t" "$(echo "$after" | sed -n 3p)" "with learned coefficients the judged relevant rows weigh more"
+has "22023" "$(q -v VERBOSITY=verbose -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, false FROM judged')" 2>&1)" "judgments without a relevant row: 22023"
+has "42804" "$(q -v VERBOSITY=verbose -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id FROM judged')" 2>&1)" "judgments of the wrong shape: 42804"
+has "permission denied" "$(q -U ranker -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, relevant FROM judged')" 2>&1)" "a role that may not read the table cannot fit on it"
+
 # Scrollable cursors over an index scan.
 order=$(rank_ids "dt_RankContains('g_dt', 'dog')" 1000000 ' ')
 set -- $order
