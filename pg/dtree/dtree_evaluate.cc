@@ -75,7 +75,10 @@ void CollectC(DtPostingIter *it, VisCheck *vis, PostArray *out) {
             // Repeats of a row are adjacent: one check serves them all.
             if (!ItemPointerIsValid(&last) || !ItemPointerEquals(&last, &p.tid)) {
                 last = p.tid;
-                lastVisible = RowVisibleC(vis, &p.tid);
+                // The fetch moves its argument along the HOT chain: the
+                // posting keeps the chain's root, which index scans return.
+                ItemPointerData t = p.tid;
+                lastVisible = RowVisibleC(vis, &t);
             }
             if (!lastVisible) continue;
         }
@@ -209,6 +212,28 @@ void EvaluateTree(Relation index, Snapshot snapshot, Answer *out) {
     Visibility vis(index, snapshot);
     out->table = dt::EvaluateEntries(out->tree, SourceOf(index, vis.get()));
     Weigh(index, out->table, out->tree, &out->totalTerms, &out->totalDocs);
+}
+
+// Runs inside ServerCall.
+static void CurrentTidsC(Relation index, Snapshot snapshot, dt::RowKey *rows, int64 n) {
+    VisCheck v;
+    VisBeginC(&v, index, snapshot);
+    for (int64 i = 0; i < n; i++) {
+        CHECK_FOR_INTERRUPTS();
+        ItemPointerData t;
+        dt::pg::SetItemPointer(&t, rows[i]);
+        bool call_again = false, all_dead = false;
+        if (table_index_fetch_tuple(v.fetch, &t, snapshot, v.slot, &call_again, &all_dead))
+            rows[i] = dt::pg::RowKeyOf(&t);
+        ExecClearTuple(v.slot);
+    }
+    VisEndC(&v);
+}
+
+void CurrentRows(Relation index, Snapshot snapshot, std::vector<dt::RowKey> *rows) {
+    dt::RowKey *r = rows->data();
+    int64 n = (int64)rows->size();
+    ServerCall([&] { CurrentTidsC(index, snapshot, r, n); });
 }
 
 void QueryWeights(Relation index, Snapshot snapshot, Datum query, std::vector<dt::RowKey> *rows,

@@ -57,6 +57,11 @@ void EvaluateTree(Relation index, Snapshot snapshot, Answer *out);
 void QueryWeights(Relation index, Snapshot snapshot, Datum query, std::vector<dt::RowKey> *rows,
                   std::vector<double> *weights);
 
+// Rows as the table names them now: an index holds the root of a row's
+// HOT chain, which is not its ctid once the row was updated in place; each
+// row becomes the identifier of its version visible to the snapshot.
+void CurrentRows(Relation index, Snapshot snapshot, std::vector<dt::RowKey> *rows);
+
 // Row keys and item pointers.
 inline dt::RowKey RowKeyOf(ItemPointer tid) {
     return dt::MakeRowKey(ItemPointerGetBlockNumberNoCheck(tid), ItemPointerGetOffsetNumberNoCheck(tid));

@@ -40,6 +40,7 @@ struct JudgmentC {
 
 // Runs the judgments query (read-only, as the caller) and copies its rows
 // into memory of the current context.
+// Runs inside ServerCall.
 JudgmentC *ReadJudgmentsC(const char *sql, int64 *count) {
     MemoryContext outer = CurrentMemoryContext;
     if (SPI_connect() != SPI_OK_CONNECT) elog(ERROR, "SPI_connect failed");

@@ -53,6 +53,7 @@ using dt::pg::ServerCall;
 
 // The index of a ranked function, opened for reading by a user who may
 // read its table.  The lock is kept to the end of the transaction.
+// Runs inside ServerCall.
 Relation OpenRankedIndexC(Datum name) {
     Relation index = DtOpenIndexByName(DatumGetTextPP(name), AccessShareLock);
     DtCheckTablePrivilege(index, ACL_SELECT);
@@ -66,6 +67,8 @@ dt::pg::ScanOutcome RankedScan(Datum indexName, int strategy, Datum argument, Re
     Relation index = ServerCall([&] { return OpenRankedIndexC(indexName); });
     Snapshot snap = ServerCall([] { return StatementSnapshotC(); });
     dt::pg::ScanOutcome res = dt::pg::EvaluateScan(index, snap, {dt::pg::ScanCondition{strategy, argument}}, true);
+    // The rows as SQL sees them (their ctid).
+    dt::pg::CurrentRows(index, snap, &res.rows);
     if (opened)
         *opened = index;
     else
@@ -140,13 +143,13 @@ Datum RowWeight(FunctionCallInfo fcinfo, int strategy) {
     return Float8GetDatum(c->weights[it - c->rows]);
 }
 
-// The documents of rows, in the order given, as one value: each document
-// whole (its length word first), starting at a multiple of 4 bytes; rows
-// gone from the table are skipped.
+// The documents of rows (their current identifiers), in the order given,
+// as one value: each document whole (its length word first), starting at a
+// multiple of 4 bytes; rows gone from the table are skipped.
+// Runs inside ServerCall.
 bytea *DocListC(Relation index, Snapshot snap, const dt::RowKey *rows, int64 n) {
     Relation heap = table_open(IndexGetRelation(RelationGetRelid(index), false), AccessShareLock);
     AttrNumber attno = index->rd_index->indkey.values[0];
-    IndexFetchTableData *fetch = table_index_fetch_begin(heap);
     TupleTableSlot *slot = table_slot_create(heap, NULL);
     StringInfoData buf;
     initStringInfo(&buf);
@@ -155,8 +158,7 @@ bytea *DocListC(Relation index, Snapshot snap, const dt::RowKey *rows, int64 n) 
         CHECK_FOR_INTERRUPTS();
         ItemPointerData tid;
         dt::pg::SetItemPointer(&tid, rows[i]);
-        bool call_again = false, all_dead = false;
-        if (!table_index_fetch_tuple(fetch, &tid, snap, slot, &call_again, &all_dead)) continue;
+        if (!table_tuple_fetch_row_version(heap, &tid, snap, slot)) continue;
         bool isnull;
         Datum d = slot_getattr(slot, attno, &isnull);
         if (!isnull) {
@@ -170,7 +172,6 @@ bytea *DocListC(Relation index, Snapshot snap, const dt::RowKey *rows, int64 n) 
         ExecClearTuple(slot);
     }
     ExecDropSingleTupleTableSlot(slot);
-    table_index_fetch_end(fetch);
     table_close(heap, AccessShareLock);
     SET_VARSIZE(buf.data, buf.len);
     return (bytea *)buf.data;

@@ -144,6 +144,24 @@ d2=$(q -c "SELECT count(*) FROM (SELECT dt_SetDocParam(11, 4.0), dt_SetDocParam(
 same "-0.145,-1,-6.83,0.44,0.04,0.57,-0.06,1.13,0.24,-6.725,-6.08,4" "$(echo "$d2" | sed -n 2p)" "dt_SetDocParam(11, 4.0) sets ZCoef; 12 and -1 change nothing"
 [ "$(echo "$d2" | sed -n 3p)" != "$d1" ] && pass "a new ZCoef changes the weights" || fail "a new ZCoef changes the weights"
 
+# Rows updated in place (HOT: the document unchanged) keep their postings
+# at the root of the chain; the functions name them by their ctid.
+q >/dev/null <<'SQL'
+CREATE TABLE h (id int, body doc) WITH (fillfactor = 50);
+INSERT INTO h SELECT id, body FROM g WHERE id BETWEEN 1 AND 400;
+CREATE INDEX h_dt ON h USING dtree (body);
+UPDATE h SET id = -id WHERE body @@ 'plant or animal or person';
+SQL
+nh=$(q -c "SELECT count(*) FROM h WHERE id < 0")
+[ "$nh" -gt 10 ] && pass "$nh rows updated in place" || fail "rows updated in place: only $nh"
+HQ="'plant or animal or person'"
+same "$nh" "$(q -c "$IX SELECT count(*) FROM h WHERE body @@ $HQ")" "an index scan finds rows updated in place"
+same "$nh" "$(q -c "SELECT count(*) FROM dt_RankContains('h_dt', $HQ) r JOIN h ON h.ctid = r.row_id")" "dt_RankContains names them by their ctid"
+same "0" "$(q -c "SELECT count(*) FROM h WHERE id < 0 AND WeightContains('h_dt', ctid, $HQ) = 0")" "WeightContains finds them by their ctid"
+hid=$(q -c "SELECT ctid FROM h WHERE id < 0 LIMIT 1")
+q -c "SELECT AddIndexTerms('h_dt', '$hid', 'zebrafishery')" >/dev/null
+same "1" "$(q -c "$IX SELECT count(*) FROM h WHERE body @@ 'zebrafishery'")" "AddIndexTerms by the ctid of a row updated in place: the index finds the term"
+
 # Learning the coefficients from judgments.
 q -c "CREATE TABLE judged AS SELECT 'dog cat horse'::text AS query, ctid AS row_id, Contains(body, 'dog') AS relevant
         FROM g WHERE body @@@ 'dog cat horse'" >/dev/null
