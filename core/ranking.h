@@ -107,6 +107,10 @@ public:
     int64_t Step(bool forward);
     void Mark() { saved_ = cur_; }
     void Restore() { cur_ = saved_; }
+    // The position the cursor is on, or -1.
+    int64_t Current() const { return cur_; }
+    // The marked position, or -1.
+    int64_t Saved() const { return saved_; }
 
 private:
     uint32_t n_;

@@ -82,10 +82,11 @@ bool dtgettuple(IndexScanDesc scan, ScanDirection dir);
 int64 dtgetbitmap(IndexScanDesc scan, TIDBitmap *tbm);
 void dtendscan(IndexScanDesc scan);
 void dtmarkpos(IndexScanDesc scan);
-// The distance of the row last returned by a live dtree scan ordered by
-// doc <=> query (the latest such scan when several are): false when no
-// scan ordered by that query has a current row.
-bool DtCurrentDistance(const char *query, Size len, double *distance);
+// The distance for the ordering query of a row holding doc, among the rows
+// that the latest live dtree scan ordered by doc <=> query has handed out:
+// false when there is no such scan or row.  May raise (runs inside
+// ServerCall).
+bool DtRowDistance(const struct varlena *doc, const char *query, Size len, double *distance);
 void dtrestrpos(IndexScanDesc scan);
 void DtScanCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost *indexStartupCost,
                         Cost *indexTotalCost, Selectivity *indexSelectivity, double *indexCorrelation,

@@ -271,15 +271,16 @@ Datum pgdoc_dt_DocParams(PG_FUNCTION_ARGS) {
 
 // doc <=> query: the distance of ORDER BY relevance, 1 - weight.  A weight
 // needs the counts of the whole collection, which only the index scan
-// has: the operator gives the distance of the row that a dtree scan
-// ordered by the same query has just returned (the executor projects each
-// row right after its scan returned it), and is an error anywhere else.
+// has: the operator gives the distance of a row that a dtree scan ordered
+// by the same query has handed out (the executor evaluates the operator
+// only for such rows when the plan orders through the index), and is an
+// error anywhere else.
 Datum pgdoc_dt_RelevanceDistance(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
-        dt::pg::DocArg(fcinfo, 0);
+        const struct varlena *doc = (const struct varlena *)dt::pg::DocArg(fcinfo, 0);
         std::string query = dt::pg::TextArg(fcinfo, 1);
         double d;
-        if (!DtCurrentDistance(query.data(), query.size(), &d))
+        if (!ServerCall([&] { return DtRowDistance(doc, query.data(), query.size(), &d); }))
             ServerCall([] {
                 ereport(ERROR,
                         (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),

@@ -8,9 +8,10 @@
 // With ORDER BY doc <=> query, the rows of the conditions come out by
 // rising distance, one minus the row's weight for that query (1 for a row
 // the query does not match).  The executor computes doc <=> query again
-// for each row it projects, right after the scan returned the row: the
-// operator then reads the distance of the row last returned by a scan
-// ordered by the same query (DtCurrentDistance).
+// for rows the scan returned (to project them, or a merge join to compare
+// them): the operator then finds the row among those the latest scan
+// ordered by the same query has handed out, by its document, and reads its
+// distance (DtRowDistance).
 #include <algorithm>
 #include <new>
 
@@ -21,6 +22,8 @@
 
 extern "C" {
 #include "access/relscan.h"
+#include "access/tableam.h"
+#include "executor/tuptable.h"
 #include "nodes/tidbitmap.h"
 #include "utils/builtins.h"
 #include "utils/memutils.h"
@@ -38,6 +41,8 @@ struct DtScanState {
     double *distances;  // ranked scans with ORDER BY: norderbys per row
     int64 ntids;
     int64 current;      // the row last handed out, or -1
+    int64 furthest;     // the furthest row handed out, or -1
+    IndexScanDesc scan;
     dt::RankedCursor cursor;
     // Scans with ORDER BY are listed while they exist, so that the
     // distance of the row just returned can be found by its query.
@@ -154,6 +159,7 @@ void Build(IndexScanDesc scan, DtScanState *st, bool ranked) {
 
 void Reset(DtScanState *st) {
     st->current = -1;
+    st->furthest = -1;
     st->built = false;
     st->tids = nullptr;
     st->distances = nullptr;
@@ -170,6 +176,7 @@ IndexScanDesc dtbeginscan(Relation index, int nkeys, int norderbys) {
             DtScanState *st = (DtScanState *)palloc0(sizeof(DtScanState));
             st->cxt = AllocSetContextCreate(CurrentMemoryContext, "dtree scan", ALLOCSET_DEFAULT_SIZES);
             s->opaque = st;
+            st->scan = s;
             st->norderbys = norderbys;
             if (norderbys > 0) {
                 s->xs_orderbyvals = (Datum *)palloc0(sizeof(Datum) * norderbys);
@@ -221,6 +228,7 @@ bool dtgettuple(IndexScanDesc scan, ScanDirection dir) {
         int64 pos = st->cursor.Step(ScanDirectionIsForward(dir));
         st->current = pos;
         if (pos < 0) return false;
+        if (pos > st->furthest) st->furthest = pos;
         scan->xs_heaptid = st->tids[pos];
         scan->xs_recheck = false;
         int norder = scan->numberOfOrderBys;
@@ -263,11 +271,37 @@ void dtendscan(IndexScanDesc scan) {
     });
 }
 
-bool DtCurrentDistance(const char *query, Size len, double *distance) {
+// Whether row pos of a scan's result holds the document doc (compared by
+// its bytes).
+// Runs inside ServerCall.
+static bool RowHoldsDocC(DtScanState *st, int64 pos, const struct varlena *doc) {
+    IndexScanDesc scan = st->scan;
+    Relation heap = scan->heapRelation;
+    if (!heap) return false;
+    AttrNumber attno = scan->indexRelation->rd_index->indkey.values[0];
+    IndexFetchTableData *fetch = table_index_fetch_begin(heap);
+    TupleTableSlot *slot = table_slot_create(heap, NULL);
+    ItemPointerData tid = st->tids[pos];
+    bool call_again = false, all_dead = false, same = false;
+    if (table_index_fetch_tuple(fetch, &tid, scan->xs_snapshot, slot, &call_again, &all_dead)) {
+        bool isnull;
+        Datum d = slot_getattr(slot, attno, &isnull);
+        if (!isnull) {
+            struct varlena *v = pg_detoast_datum_packed((struct varlena *)DatumGetPointer(d));
+            same = VARSIZE_ANY_EXHDR(v) == VARSIZE_ANY_EXHDR(doc) &&
+                   memcmp(VARDATA_ANY(v), VARDATA_ANY(doc), VARSIZE_ANY_EXHDR(doc)) == 0;
+        }
+    }
+    ExecDropSingleTupleTableSlot(slot);
+    table_index_fetch_end(fetch);
+    return same;
+}
+
+bool DtRowDistance(const struct varlena *doc, const char *query, Size len, double *distance) {
     DtScanState *best = nullptr;
     int bestOrder = 0;
     for (DtScanState *st = g_orderedScans; st; st = st->next) {
-        if (!st->built || st->current < 0 || !st->orderQueries || !st->distances) continue;
+        if (!st->built || st->furthest < 0 || !st->orderQueries || !st->distances) continue;
         for (int o = 0; o < st->norderbys; o++) {
             text *t = st->orderQueries[o];
             if (t && VARSIZE_ANY_EXHDR(t) == len && memcmp(VARDATA_ANY(t), query, len) == 0 &&
@@ -278,8 +312,25 @@ bool DtCurrentDistance(const char *query, Size len, double *distance) {
         }
     }
     if (!best) return false;
-    *distance = best->distances[best->current * best->norderbys + bestOrder];
-    return true;
+    // The row is one the scan has handed out: most likely the current
+    // one, else the marked one (a merge join compares the marked row
+    // again), else any other.  Rows with equal documents have equal
+    // distances.
+    int64 saved = best->cursor.Saved();
+    int64 tries[2] = {best->current, saved};
+    for (int64 pos : tries)
+        if (pos >= 0 && pos <= best->furthest && RowHoldsDocC(best, pos, doc)) {
+            *distance = best->distances[pos * best->norderbys + bestOrder];
+            return true;
+        }
+    for (int64 pos = best->furthest; pos >= 0; pos--) {
+        CHECK_FOR_INTERRUPTS();
+        if (pos != best->current && pos != saved && RowHoldsDocC(best, pos, doc)) {
+            *distance = best->distances[pos * best->norderbys + bestOrder];
+            return true;
+        }
+    }
+    return false;
 }
 
 void dtmarkpos(IndexScanDesc scan) {
@@ -291,7 +342,9 @@ void dtmarkpos(IndexScanDesc scan) {
 
 void dtrestrpos(IndexScanDesc scan) {
     dt::pg::Guard([&]() -> int {
-        ((DtScanState *)scan->opaque)->cursor.Restore();
+        DtScanState *st = (DtScanState *)scan->opaque;
+        st->cursor.Restore();
+        st->current = st->cursor.Current();
         return 0;
     });
 }

@@ -101,6 +101,19 @@ same "0" "$d" "SELECT body <=> q next to ORDER BY body <=> q gives each row's 1 
 err=$(q -c "SELECT id, body <=> 'dog' FROM g" 2>&1)
 has "needs a dtree index scan" "$err" "the distance outside an index scan is a clear error"
 
+# A merge join over the index scan in rank order marks and restores it
+# (the outer side repeats every distance, so the inner is read again from
+# its mark).
+q -c "CREATE TABLE dd AS SELECT 1 - weight AS x FROM dt_RankContains('g_dt', 'dog or cat')
+        UNION ALL SELECT 1 - weight FROM dt_RankContains('g_dt', 'dog or cat')" -c "ANALYZE dd" >/dev/null
+MJ="SET enable_hashjoin = off; SET enable_nestloop = off; SET enable_seqscan = off; SET enable_bitmapscan = off;"
+MQ="SELECT g.id, dd.x FROM dd JOIN g ON dd.x = (g.body <=> 'dog or cat') WHERE g.body @@ 'dog or cat' ORDER BY g.body <=> 'dog or cat'"
+mplan=$(q -c "$MJ EXPLAIN $MQ")
+has "Merge Join" "$mplan" "EXPLAIN: a merge join"
+has "Index Scan using g_dt" "$mplan" "EXPLAIN: its inner side is the dtree scan in rank order"
+same "$(q -c "SELECT count(*) FROM dd JOIN dt_RankContains('g_dt', 'dog or cat') r ON dd.x = 1 - r.weight")" \
+     "$(q -c "$MJ SELECT count(*) FROM ($MQ) s")" "the merge join pairs every row with each equal distance (mark and restore)"
+
 # Option prefixes cut the answer: rows, then threshold; visibility first.
 # (The operator on one row ignores the prefix: with the index only.)
 IX='SET enable_bitmapscan = off; SET enable_seqscan = off;'
