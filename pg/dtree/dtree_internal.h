@@ -64,6 +64,8 @@ Relation DtOpenIndexByName(text *name, LOCKMODE lock);
 // The same for a regclass argument.
 Relation DtOpenIndexByOid(Oid relid, LOCKMODE lock);
 bool DtIsDtreeIndex(Relation rel);
+// Raises an error unless the user has the privilege on the index's table.
+void DtCheckTablePrivilege(Relation index, AclMode mode);
 
 // Access-method callbacks.
 IndexBuildResult *dtbuild(Relation heap, Relation index, IndexInfo *indexInfo);
