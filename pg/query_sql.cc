@@ -34,6 +34,7 @@ extern "C" {
 #include "catalog/pg_type.h"
 #include "funcapi.h"
 #include "nodes/pathnodes.h"
+#include "optimizer/cost.h"
 #include "nodes/supportnodes.h"
 #include "nodes/makefuncs.h"
 #include "nodes/nodeFuncs.h"
@@ -388,7 +389,9 @@ Datum pgdoc_dt_doclikesel(PG_FUNCTION_ARGS) {
 // Planner support of Contains, ContainsWords and DocLike: a call in a
 // WHERE clause is estimated exactly as the operator that spells it
 // (@@, @@@, %), so both spellings get the same row count, and it becomes
-// that operator's condition on a dtree index of the column.
+// that operator's condition on a dtree index of the column.  The cost of a
+// call (of both spellings) is the function's own, or one operator for a
+// query that does not read the document.
 Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         Node *rawreq = InternalArg<Node>(fcinfo, 0);
@@ -419,6 +422,23 @@ Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
                                                 fe->inputcollid));
             });
             return PointerGetDatum(conds);
+        }
+        if (IsA(rawreq, SupportRequestCost)) {
+            // A query that matches every document (stop words only) or
+            // none never reads the row's document.
+            auto *req = (SupportRequestCost *)rawreq;
+            if (!req->node) return PointerGetDatum(nullptr);
+            char *name = ServerCall([&] { return get_func_name(req->funcid); });
+            if (!name) return PointerGetDatum(nullptr);
+            std::string fn = name;
+            QueryKind kind = fn == "contains" ? kContainsQuery : fn == "containswords" ? kWordListQuery : kDocQuery;
+            List *args = IsA(req->node, FuncExpr) ? ((FuncExpr *)req->node)->args
+                         : IsA(req->node, OpExpr) ? ((OpExpr *)req->node)->args
+                                                  : NIL;
+            if (!dt::pg::SearchSkipsDocument(args, KindStrategy(kind))) return PointerGetDatum(nullptr);
+            req->startup = 0;
+            req->per_tuple = cpu_operator_cost;
+            return PointerGetDatum(req);
         }
         if (!IsA(rawreq, SupportRequestSelectivity)) return PointerGetDatum(nullptr);
         auto *req = (SupportRequestSelectivity *)rawreq;

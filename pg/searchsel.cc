@@ -141,6 +141,17 @@ bool dt::pg::PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, 
     return true;
 }
 
+bool dt::pg::SearchSkipsDocument(List *args, int strategy) {
+    if (list_length(args) != 2) return false;
+    Node *arg = (Node *) lsecond(args);
+    if (!IsA(arg, Const)) return false;
+    if (((Const *) arg)->constisnull) return true;
+    dt::ExprArena arena;
+    dt::DocExprNode *tree = nullptr;
+    if (!PlannerSearchTree(arena, strategy, ((Const *) arg)->constvalue, &tree)) return false;
+    return tree == nullptr || tree->node_op == dt::EXPR_ALL || tree->node_op == dt::EXPR_NONE;
+}
+
 double dt::pg::SearchSelectivity(PlannerInfo *root, List *args, int varRelid, int strategy) {
     SearchSide s = ExamineSearch(root, args, varRelid);
     if (!s.found) return 0.5;

@@ -18,6 +18,11 @@ namespace dt::pg {
 // search runs).  *tree null: the search matches nothing.
 bool PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocExprNode **tree);
 
+// Whether a search's args (the document, then a constant query) can be
+// answered without reading the document: the query matches every
+// document (stop words only) or none.
+bool SearchSkipsDocument(List *args, int strategy);
+
 // The fraction of the rows of relation varRelid for which the search
 // args (the document, then the query) holds.
 double SearchSelectivity(PlannerInfo *root, List *args, int varRelid, int strategy);

@@ -51,7 +51,10 @@ int64 DtTermDocCount(Relation index, const char *term, int termlen) {
 static void DtRaiseNoTermTree(Relation rel) {
     dt::pg::PendingError pe;
     {
-        dt::Error e("L0002", {{"OBJECT", "index"}, {"OBJ_NAME", RelationGetRelationName(rel)}});
+        dt::Error e("L0002", {{"OBJECT", "index"},
+                              {"OBJ_NAME", RelationGetRelationName(rel)},
+                              {"HINT", "The index of a partitioned table keeps its terms in the indexes of the "
+                                       "partitions: ask one of those."}});
         dt::pg::FillPending(pe, e);
     }
     relation_close(rel, AccessShareLock);
