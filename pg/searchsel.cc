@@ -90,7 +90,9 @@ SearchSide ExamineSearch(PlannerInfo *root, List *args, int varRelid) {
         }
         Node *var = vardata.var;
         while (var && IsA(var, RelabelType)) var = (Node *) ((RelabelType *) var)->arg;
-        if (var && IsA(var, Var) && vardata.rel && ((Var *) var)->varno == (int) vardata.rel->relid)
+        // (A parent's index does not cover the rows of its children.)
+        if (var && IsA(var, Var) && vardata.rel && ((Var *) var)->varno == (int) vardata.rel->relid &&
+            !planner_rt_fetch(vardata.rel->relid, root)->inh)
             s.index = FindDtreeIndex(vardata.rel, ((Var *) var)->varattno);
         ReleaseVariableStats(vardata);
     });
