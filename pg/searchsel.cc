@@ -36,6 +36,7 @@ extern "C" {
 #include "catalog/pg_statistic.h"
 #include "commands/defrem.h"
 #include "access/htup_details.h"
+#include "parser/parsetree.h"
 #include "utils/selfuncs.h"
 }
 
