@@ -60,7 +60,7 @@ struct SearchSide {
 // A dtree index whose only key is column attno of rel.
 Oid FindDtreeIndex(RelOptInfo *rel, AttrNumber attno) {
     Oid am = get_index_am_oid("dtree", true);
-    if (!OidIsValid(am) || rel == NULL || rel->reloptkind != RELOPT_BASEREL) return InvalidOid;
+    if (!OidIsValid(am) || rel == NULL || !IS_SIMPLE_REL(rel)) return InvalidOid;
     ListCell *lc;
     foreach (lc, rel->indexlist) {
         IndexOptInfo *ix = (IndexOptInfo *) lfirst(lc);

@@ -148,6 +148,35 @@ SELECT q, est BETWEEN actual / 3 AND actual * 3 + 3 AS close
                (SELECT count(*) FROM g WHERE body @@ q) AS actual
           FROM (VALUES ('person or plant'), ('genus and plant'), ('person and !plant'),
                        ('plant or animal or genus')) v(q)) s;
+-- Tables of an inheritance tree or of a partitioned table: each one's
+-- estimate comes from its own index.
+CREATE TABLE gp (id int, body doc);
+CREATE TABLE gc () INHERITS (gp);
+INSERT INTO gp SELECT id, body FROM g WHERE id <= 100;
+INSERT INTO gc SELECT id, body FROM g WHERE id > 100;
+CREATE INDEX gp_dt ON gp USING dtree (body);
+CREATE INDEX gc_dt ON gc USING dtree (body);
+ANALYZE gp;
+ANALYZE gc;
+CREATE FUNCTION pg_temp.member_rows(q text) RETURNS text LANGUAGE plpgsql AS $$
+DECLARE j jsonb;
+BEGIN
+    EXECUTE 'EXPLAIN (FORMAT JSON) ' || q INTO j;
+    RETURN (SELECT string_agg(r::text, ', ') FROM jsonb_path_query(j, '$[0].Plan.Plans[*]."Plan Rows"') r);
+END $$;
+SELECT pg_temp.member_rows($$SELECT * FROM gp WHERE body @@ 'person'$$) AS estimates,
+       (SELECT count(*) FROM ONLY gp WHERE body @@ 'person') || ', ' ||
+       (SELECT count(*) FROM gc WHERE body @@ 'person') AS actual;
+CREATE TABLE gpart (id int, body doc) PARTITION BY RANGE (id);
+CREATE TABLE gpart1 PARTITION OF gpart FOR VALUES FROM (0) TO (10001);
+CREATE TABLE gpart2 PARTITION OF gpart FOR VALUES FROM (10001) TO (20001);
+INSERT INTO gpart SELECT id, body FROM g;
+CREATE INDEX gpart_dt ON gpart USING dtree (body);
+ANALYZE gpart;
+SELECT pg_temp.member_rows($$SELECT * FROM gpart WHERE body @@ 'person'$$) AS estimates,
+       (SELECT count(*) FROM gpart1 WHERE body @@ 'person') || ', ' ||
+       (SELECT count(*) FROM gpart2 WHERE body @@ 'person') AS actual;
+DROP TABLE gp, gc, gpart;
 -- A query the parser refuses is reported when it runs, not while planning.
 EXPLAIN (COSTS OFF) SELECT id FROM g WHERE body @@ '(unbalanced';
 SELECT id FROM g WHERE body @@ '(unbalanced';
