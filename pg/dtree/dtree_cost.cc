@@ -116,7 +116,7 @@ struct ScanWork {
 
 // Adds the work of one condition of the scan.
 void ConditionWork(PlannerInfo *root, IndexOptInfo *index, RestrictInfo *rinfo, const DtMetaInfo &meta,
-                   bool haveMeta, ScanWork &w) {
+                   ScanWork &w) {
     int strategy = 0;
     bool isConst = false, isNull = false;
     Datum value = (Datum) 0;
@@ -134,12 +134,11 @@ void ConditionWork(PlannerInfo *root, IndexOptInfo *index, RestrictInfo *rinfo, 
             value = ((Const *) arg)->constvalue;
         }
     });
-    double numdocs = haveMeta ? std::max<int32>(meta.numdocs, 0) : index->tuples;
+    double numdocs = std::max<int32>(meta.numdocs, 0);
     if (isConst && isNull) return;  // nothing to read
     dt::ExprArena arena;
     dt::DocExprNode *tree = nullptr;
-    if (!isConst || strategy < 1 || strategy > 3 || !haveMeta ||
-        !dt::pg::PlannerSearchTree(arena, strategy, value, &tree)) {
+    if (!isConst || strategy < 1 || strategy > 3 || !dt::pg::PlannerSearchTree(arena, strategy, value, &tree)) {
         // Unknown query: as many postings as the rows it is expected to
         // find, from one lookup.
         w.postings += clauseSel * numdocs;
@@ -203,7 +202,7 @@ void DtCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost 
         });
         ScanWork w;
         ListCell *lc;
-        foreach (lc, quals) ConditionWork(root, index, lfirst_node(RestrictInfo, lc), meta, true, w);
+        foreach (lc, quals) ConditionWork(root, index, lfirst_node(RestrictInfo, lc), meta, w);
 
         double pages = std::max<double>(index->pages, 1.0);
         double held = (double) std::max<int64>(meta.npostings, 0) + std::max<int32>(meta.numdocs, 0);
