@@ -1,7 +1,7 @@
 // The search operators on one row: Contains, ContainsWords, DocLike; the
 // queries made from documents (MakeQueryFromDoc); and views of a query
 // (PrintExprTree, dt_PrintWordList, dt_QueryTerms, dt_QueryOptions); and
-// the restriction estimator of the search operators.
+// the entry points of the search operators' estimators (searchsel.h).
 //
 // A query is parsed once per call site: the rewritten tree is kept in
 // fn_extra together with the query bytes and the state of the WordNet
@@ -25,6 +25,7 @@
 #include "queryoptions.h"
 #include "queryprint.h"
 #include "searchquery.h"
+#include "searchsel.h"
 #include "snapkey.h"
 #include "stopwords.h"
 #include "wordnet.h"
@@ -33,6 +34,7 @@ extern "C" {
 #include "catalog/pg_type.h"
 #include "funcapi.h"
 #include "nodes/pathnodes.h"
+#include "optimizer/cost.h"
 #include "nodes/supportnodes.h"
 #include "nodes/makefuncs.h"
 #include "nodes/nodeFuncs.h"
@@ -239,89 +241,13 @@ dt::DocExprNode *OneQuery(dt::ExprArena &arena, QueryKind kind, const std::strin
     return BuildTextQuery(arena, kind, query);
 }
 
-// ---- selectivity -------------------------------------------------------------
-
-// Without statistics of documents: a word is taken to occur in one row of
-// 200, as the server assumes for its own text search.
-constexpr double kWordSel = 0.005;
-constexpr double kDefaultQuerySel = 0.005;
-constexpr double kDocLikeSel = 0.05;
-
-double TreeSel(const dt::DocExprNode *n, int depth) {
-    if (!n) return 0.0;
-    if (depth > dt::kMaxExprDepth) return kWordSel;
-    switch (n->node_op) {
-    case dt::EXPR_WORD:
-        return kWordSel;
-    case dt::EXPR_ALL:
-        return 1.0;
-    case dt::EXPR_AND:
-        return TreeSel(n->node_left, depth + 1) * TreeSel(n->node_right, depth + 1);
-    case dt::EXPR_OR: {
-        double a = TreeSel(n->node_left, depth + 1), b = TreeSel(n->node_right, depth + 1);
-        return a + b - a * b;
-    }
-    case dt::EXPR_ANDNOT:
-        return TreeSel(n->node_left, depth + 1) * (1.0 - TreeSel(n->node_right, depth + 1));
-    default:
-        return kWordSel;
-    }
-}
-
-// The constant on the other side of a search operator's restriction, or
-// no constant: returns false.  *isnull tells a null constant.
-bool RestrictionConst(PlannerInfo *root, List *args, int varRelid, Datum *value, bool *isnull) {
-    bool found = false;
-    ServerCall([&] {
-        VariableStatData vardata;
-        Node *other;
-        bool varonleft;
-        if (get_restriction_variable(root, args, varRelid, &vardata, &other, &varonleft)) {
-            if (varonleft && IsA(other, Const)) {
-                Const *c = (Const *)other;
-                *isnull = c->constisnull;
-                *value = c->constvalue;
-                found = true;
-            }
-            ReleaseVariableStats(vardata);
-        }
-    });
-    return found;
-}
-
-Datum ClampSel(double s) {
-    if (std::isnan(s)) s = kDefaultQuerySel;
-    if (s < 0.0) s = 0.0;
-    if (s > 1.0) s = 1.0;
-    return Float8GetDatum(s);
-}
-
-// The selectivity of a search over args (the document, then the query) as
-// a restriction of relation varRelid.
-Datum SearchSel(PlannerInfo *root, List *args, int varRelid, QueryKind kind) {
-    if (kind == kDocQuery) return ClampSel(kDocLikeSel);
-    Datum value;
-    bool isnull = false;
-    if (!RestrictionConst(root, args, varRelid, &value, &isnull)) return ClampSel(kDefaultQuerySel);
-    if (isnull) return ClampSel(0.0);
-    std::string query = TextDatumString(value);
-    dt::ExprArena arena;
-    dt::DocExprNode *tree;
-    try {
-        tree = OneQuery(arena, kind, query);
-    } catch (const dt::Error &e) {
-        // A query the parser refuses is reported when it runs, not while
-        // planning.  (Errors of the server itself are not swallowed.)
-        const std::string &c = e.code();
-        if (c == "XD00I" || c == "XD00J" || c == "XD00K" || c == "XD00L" || c == "54001")
-            return ClampSel(kDefaultQuerySel);
-        throw;
-    }
-    return ClampSel(TreeSel(tree, 0));
-}
+// The strategy number of a kind of search (as the dtree operator class
+// numbers them).
+int KindStrategy(QueryKind kind) { return kind == kContainsQuery ? 1 : kind == kWordListQuery ? 2 : 3; }
 
 Datum QuerySel(FunctionCallInfo fcinfo, QueryKind kind) {
-    return SearchSel(InternalArg<PlannerInfo>(fcinfo, 0), InternalArg<List>(fcinfo, 2), Int32Arg(fcinfo, 3), kind);
+    return Float8GetDatum(dt::pg::SearchSelectivity(InternalArg<PlannerInfo>(fcinfo, 0), InternalArg<List>(fcinfo, 2),
+                                                    Int32Arg(fcinfo, 3), KindStrategy(kind)));
 }
 
 }  // namespace
@@ -454,10 +380,8 @@ Datum pgdoc_dt_QueryOptions(PG_FUNCTION_ARGS) {
     });
 }
 
-// Restriction estimators of doc @@ text (a query) and doc @@@ text (a word
-// list): the query is parsed and rewritten; a query nothing matches gets 0,
-// one everything matches 1, otherwise each word counts kWordSel, combined
-// as independent events.
+// Restriction estimators of doc @@ text (a query), doc @@@ text (a word
+// list) and doc % doc (another document's terms): see searchsel.h.
 Datum pgdoc_dt_querysel(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum { return QuerySel(fcinfo, kContainsQuery); });
 }
@@ -465,16 +389,16 @@ Datum pgdoc_dt_wordlistsel(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum { return QuerySel(fcinfo, kWordListQuery); });
 }
 
-// Restriction estimator of doc % doc: a fixed fraction (a document shares
-// some term with many others).
 Datum pgdoc_dt_doclikesel(PG_FUNCTION_ARGS) {
-    return dt::pg::Guard([&]() -> Datum { return ClampSel(kDocLikeSel); });
+    return dt::pg::Guard([&]() -> Datum { return QuerySel(fcinfo, kDocQuery); });
 }
 
 // Planner support of Contains, ContainsWords and DocLike: a call in a
 // WHERE clause is estimated exactly as the operator that spells it
 // (@@, @@@, %), so both spellings get the same row count, and it becomes
-// that operator's condition on a dtree index of the column.
+// that operator's condition on a dtree index of the column.  The cost of a
+// call (of both spellings) is the function's own, or one operator for a
+// query that does not read the document.
 Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         Node *rawreq = InternalArg<Node>(fcinfo, 0);
@@ -506,6 +430,23 @@ Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
             });
             return PointerGetDatum(conds);
         }
+        if (IsA(rawreq, SupportRequestCost)) {
+            // A query that matches every document (stop words only) or
+            // none never reads the row's document.
+            auto *req = (SupportRequestCost *)rawreq;
+            if (!req->node) return PointerGetDatum(nullptr);
+            char *name = ServerCall([&] { return get_func_name(req->funcid); });
+            if (!name) return PointerGetDatum(nullptr);
+            std::string fn = name;
+            QueryKind kind = fn == "contains" ? kContainsQuery : fn == "containswords" ? kWordListQuery : kDocQuery;
+            List *args = IsA(req->node, FuncExpr) ? ((FuncExpr *)req->node)->args
+                         : IsA(req->node, OpExpr) ? ((OpExpr *)req->node)->args
+                                                  : NIL;
+            if (!dt::pg::SearchSkipsDocument(args, KindStrategy(kind))) return PointerGetDatum(nullptr);
+            req->startup = 0;
+            req->per_tuple = cpu_operator_cost;
+            return PointerGetDatum(req);
+        }
         if (!IsA(rawreq, SupportRequestSelectivity)) return PointerGetDatum(nullptr);
         auto *req = (SupportRequestSelectivity *)rawreq;
         if (req->is_join) return PointerGetDatum(nullptr);
@@ -513,7 +454,7 @@ Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
         if (!name) return PointerGetDatum(nullptr);
         std::string fn = name;
         QueryKind kind = fn == "contains" ? kContainsQuery : fn == "containswords" ? kWordListQuery : kDocQuery;
-        req->selectivity = DatumGetFloat8(SearchSel(req->root, req->args, req->varRelid, kind));
+        req->selectivity = dt::pg::SearchSelectivity(req->root, req->args, req->varRelid, KindStrategy(kind));
         return PointerGetDatum(req);
     });
 }

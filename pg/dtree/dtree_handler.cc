@@ -21,6 +21,7 @@ extern "C" {
 }
 
 #include "boundary.h"
+#include "dtree_cost.h"
 
 // The strategies of the operator class.
 #define DT_STRATEGY_CONTAINS 1
@@ -166,7 +167,7 @@ Datum pgdoc_dtree_handler(PG_FUNCTION_ARGS) {
         am->ambulkdelete = GuardedBulkDelete;
         am->amvacuumcleanup = GuardedVacuumCleanup;
         am->amcanreturn = NULL;
-        am->amcostestimate = DtScanCostEstimate;
+        am->amcostestimate = DtCostEstimate;
         am->amoptions = DtOptions;
         am->amproperty = NULL;
         am->ambuildphasename = DtBuildPhaseName;

@@ -88,6 +88,3 @@ void dtmarkpos(IndexScanDesc scan);
 // ServerCall).
 bool DtRowDistance(const struct varlena *doc, const char *query, Size len, double *distance);
 void dtrestrpos(IndexScanDesc scan);
-void DtScanCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost *indexStartupCost,
-                        Cost *indexTotalCost, Selectivity *indexSelectivity, double *indexCorrelation,
-                        double *indexPages);

@@ -27,7 +27,6 @@ extern "C" {
 #include "nodes/tidbitmap.h"
 #include "utils/builtins.h"
 #include "utils/memutils.h"
-#include "utils/selfuncs.h"
 }
 
 namespace {
@@ -347,20 +346,4 @@ void dtrestrpos(IndexScanDesc scan) {
         st->current = st->cursor.Current();
         return 0;
     });
-}
-
-// The planner's cost of a scan: the server's generic estimate from the
-// conditions' selectivity, the index's size and its rows.
-void DtScanCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost *indexStartupCost,
-                        Cost *indexTotalCost, Selectivity *indexSelectivity, double *indexCorrelation,
-                        double *indexPages) {
-    GenericCosts costs;
-    MemSet(&costs, 0, sizeof(costs));
-    genericcostestimate(root, path, loop_count, &costs);
-    // The whole result is built before the first row comes out.
-    *indexStartupCost = costs.indexTotalCost;
-    *indexTotalCost = costs.indexTotalCost;
-    *indexSelectivity = costs.indexSelectivity;
-    *indexCorrelation = costs.indexCorrelation;
-    *indexPages = costs.numIndexPages;
 }

@@ -1,5 +1,5 @@
 // SQL functions over dtree indexes: ReadMetaTerms, AddIndexTerms,
-// dt_IndexStats and dt_IndexEntries.
+// dt_IndexStats, dt_IndexEntries and dtstat.
 #include "dtree_internal.h"
 
 extern "C" {
@@ -24,12 +24,12 @@ extern "C" {
 #include <vector>
 
 #include "boundary.h"
+#include "dtree_cost.h"
 #include "docscan.h"
 #include "dtreelayout.h"
 #include "stripstem.h"
 #include "wordnet.h"
 
-// Raises an error unless the user has the privilege on the index's table.
 void DtCheckTablePrivilege(Relation index, AclMode mode) {
     Oid heapid = IndexGetRelation(RelationGetRelid(index), false);
     if (pg_class_aclcheck(heapid, GetUserId(), mode) != ACLCHECK_OK)
@@ -180,6 +180,7 @@ PG_FUNCTION_INFO_V1(pgdoc_ReadMetaTerms);
 PG_FUNCTION_INFO_V1(pgdoc_AddIndexTerms);
 PG_FUNCTION_INFO_V1(pgdoc_dt_IndexStats);
 PG_FUNCTION_INFO_V1(pgdoc_dt_IndexEntries);
+PG_FUNCTION_INFO_V1(pgdoc_dtstat);
 }
 
 // ReadMetaTerms(indexname): "terms=N, docs=N".
@@ -243,5 +244,23 @@ Datum pgdoc_dt_IndexEntries(PG_FUNCTION_ARGS) {
             DtIndexEntriesC(relid, fcinfo);
         });
         return (Datum) 0;
+    });
+}
+
+// dtstat(index): the model's estimate of a scan of the index, as
+// (selec, npage, ntup).
+Datum pgdoc_dtstat(PG_FUNCTION_ARGS) {
+    return dt::pg::Guard([&]() -> Datum {
+        Oid relid = dt::pg::OidArg(fcinfo, 0);
+        DtStatResult r;
+        dt::pg::ServerCall([&] { DtStat(relid, &r); });
+        return dt::pg::ServerCall([&] {
+            TupleDesc td;
+            if (get_call_result_type(fcinfo, NULL, &td) != TYPEFUNC_COMPOSITE) elog(ERROR, "return type must be a row type");
+            td = BlessTupleDesc(td);
+            Datum v[3] = {Float4GetDatum(r.selec), Int32GetDatum(r.npage), Int32GetDatum(r.ntup)};
+            bool nulls[3] = {false, false, false};
+            return HeapTupleGetDatum(heap_form_tuple(td, v, nulls));
+        });
     });
 }

@@ -1,0 +1,180 @@
+// Restriction selectivity of the search operators and their function forms.
+//
+// A search whose other side is not a known constant (a parameter of a
+// generic plan, a subquery) gets the model's figure: a query term matches
+// one document in avg_term_cnt, the average number of terms per document
+// that ANALYZE stored for the column (docstats.h); without it 0.1 with the
+// column on the left and 0.01 with it on the right.  Two columns, or two
+// constants, give 0.5.
+//
+// With a constant, the query is parsed, stemmed and rewritten as the
+// search will do it, and each word gets a fraction of its own:
+//   - from a dtree index on the column, when there is one: the word's
+//     document frequency (its number of postings) over the index's number
+//     of documents: exact up to rows VACUUM has not removed yet;
+//   - else the model's figure above.
+// The words combine as independent events (core/treeselectivity), so a
+// query of stop words only (every document with a term) comes out 1 and
+// the planner reads the table instead of the index.  The result is scaled
+// by the column's non-null fraction (null documents match nothing).
+#include "searchsel.h"
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "docstats.h"
+#include "doclayout.h"
+#include "docvalue.h"
+#include "dtree_cost.h"
+#include "dtree_read.h"
+#include "searchquery.h"
+#include "treeselectivity.h"
+
+extern "C" {
+#include "access/genam.h"
+#include "catalog/pg_statistic.h"
+#include "commands/defrem.h"
+#include "access/htup_details.h"
+#include "parser/parsetree.h"
+#include "utils/selfuncs.h"
+}
+
+namespace {
+
+using dt::pg::ServerCall;
+
+// What the planner knows of the searched column and the other side.
+struct SearchSide {
+    bool found = false;      // one side is a column of the relation
+    bool columnOnLeft = true;
+    bool isConst = false;
+    bool constNull = false;
+    Datum value = (Datum) 0;
+    bool haveFigure = false;
+    int avgTerms = 0;
+    double nullfrac = 0.0;
+    Oid index = InvalidOid;  // a dtree index on the column
+};
+
+// A dtree index whose only key is column attno of rel.
+Oid FindDtreeIndex(RelOptInfo *rel, AttrNumber attno) {
+    Oid am = get_index_am_oid("dtree", true);
+    if (!OidIsValid(am) || rel == NULL || !IS_SIMPLE_REL(rel)) return InvalidOid;
+    ListCell *lc;
+    foreach (lc, rel->indexlist) {
+        IndexOptInfo *ix = (IndexOptInfo *) lfirst(lc);
+        if (ix->relam == am && !ix->hypothetical && ix->nkeycolumns >= 1 && ix->indexkeys[0] == attno &&
+            ix->indpred == NIL)
+            return ix->indexoid;
+    }
+    return InvalidOid;
+}
+
+SearchSide ExamineSearch(PlannerInfo *root, List *args, int varRelid) {
+    SearchSide s;
+    ServerCall([&] {
+        VariableStatData vardata;
+        Node *other;
+        bool varonleft;
+        if (!get_restriction_variable(root, args, varRelid, &vardata, &other, &varonleft)) return;
+        s.found = true;
+        s.columnOnLeft = varonleft;
+        if (IsA(other, Const)) {
+            s.isConst = true;
+            s.constNull = ((Const *) other)->constisnull;
+            s.value = ((Const *) other)->constvalue;
+        }
+        if (HeapTupleIsValid(vardata.statsTuple)) {
+            s.nullfrac = ((Form_pg_statistic) GETSTRUCT(vardata.statsTuple))->stanullfrac;
+            s.haveFigure = DtStatsTupleTerms(vardata.statsTuple, &s.avgTerms);
+        }
+        Node *var = vardata.var;
+        while (var && IsA(var, RelabelType)) var = (Node *) ((RelabelType *) var)->arg;
+        // (A parent's index does not cover the rows of its children.)
+        if (var && IsA(var, Var) && vardata.rel && ((Var *) var)->varno == (int) vardata.rel->relid &&
+            !planner_rt_fetch(vardata.rel->relid, root)->inh)
+            s.index = FindDtreeIndex(vardata.rel, ((Var *) var)->varattno);
+        ReleaseVariableStats(vardata);
+    });
+    return s;
+}
+
+// The document frequency of each word over the index's documents.
+struct IndexFigures {
+    int64 numdocs = 0;
+    std::vector<int64> counts;
+};
+
+void ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words, IndexFigures &f) {
+    f.counts.assign(words.size(), 0);
+    int64 *counts = f.counts.data();
+    int n = (int) words.size();
+    const std::string *w = words.data();
+    int64 numdocs = 0;
+    ServerCall([&] {
+        Relation index = index_open(indexoid, AccessShareLock);
+        DtMetaInfo mi;
+        DtReadMeta(index, &mi);
+        numdocs = mi.numdocs;
+        for (int i = 0; i < n; i++) counts[i] = DtTermDocCount(index, w[i].data(), (int) w[i].size());
+        index_close(index, AccessShareLock);
+    });
+    f.numdocs = numdocs;
+}
+
+}  // namespace
+
+bool dt::pg::PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocExprNode **tree) {
+    *tree = nullptr;
+    if (strategy == 3) {
+        const void *doc = dt::pg::DocFromDatum(value);
+        auto handle = dt::DocLOHandleExternal(doc);
+        if (handle && dt::IsExternalHandle(*handle)) return false;
+    }
+    try {
+        dt::ScanCuts cuts;
+        *tree = dt::pg::ScanTree(arena, {dt::pg::ScanCondition{strategy, value}}, &cuts);
+    } catch (const dt::Error &e) {
+        // The parser's own refusals; errors of the server are not swallowed.
+        const std::string &c = e.code();
+        if (!e.fromServer() && (c == "XD00I" || c == "XD00J" || c == "XD00K" || c == "XD00L" || c == "54001"))
+            return false;
+        throw;
+    }
+    return true;
+}
+
+bool dt::pg::SearchSkipsDocument(List *args, int strategy) {
+    if (list_length(args) != 2) return false;
+    Node *arg = (Node *) lsecond(args);
+    if (!IsA(arg, Const)) return false;
+    if (((Const *) arg)->constisnull) return true;
+    dt::ExprArena arena;
+    dt::DocExprNode *tree = nullptr;
+    if (!PlannerSearchTree(arena, strategy, ((Const *) arg)->constvalue, &tree)) return false;
+    return tree == nullptr || tree->node_op == dt::EXPR_ALL || tree->node_op == dt::EXPR_NONE;
+}
+
+double dt::pg::SearchSelectivity(PlannerInfo *root, List *args, int varRelid, int strategy) {
+    SearchSide s = ExamineSearch(root, args, varRelid);
+    if (!s.found) return 0.5;
+    if (s.isConst && s.constNull) return 0.0;
+    double model = DtModelSelectivity(s.haveFigure, s.avgTerms, s.columnOnLeft);
+    double nonnull = 1.0 - s.nullfrac;
+    dt::ExprArena arena;
+    dt::DocExprNode *tree = nullptr;
+    if (!s.isConst || !s.columnOnLeft || !PlannerSearchTree(arena, strategy, s.value, &tree)) return model * nonnull;
+    if (!OidIsValid(s.index)) return dt::TreeFraction(tree, [&](const dt::DocExprNode &) { return model; }) * nonnull;
+    std::vector<std::string> words;
+    dt::ForEachLeaf(tree, [&](const dt::DocExprNode &n) {
+        if (n.node_op == dt::EXPR_WORD) words.push_back(n.node_word);
+    });
+    IndexFigures f;
+    ReadIndexFigures(s.index, words, f);
+    std::unordered_map<std::string, double> fraction;
+    for (size_t i = 0; i < words.size(); i++)
+        fraction[words[i]] = f.numdocs > 0 ? (double) f.counts[i] / (double) f.numdocs : 0.0;
+    double sel = dt::TreeFraction(tree, [&](const dt::DocExprNode &n) { return fraction[n.node_word]; });
+    return sel * nonnull;
+}
