@@ -96,4 +96,69 @@ mb() { calc "$1 / 1048576"; }
     printf "  %-58s %8.1f\n" "RUM" "$(mb "$rums")"
     printf "  %-58s %8.2f\n" "dtree / RUM" "$(calc "$dts / $rums")"
 } | tee "$out"
+
+# Searches at a million documents, parallel query off: 100 queries of each
+# kind drawn from the glosses' vocabulary (words in 5 to 2,000 glosses, so
+# in about 40 to 16,000 rows); p50 and p99 in milliseconds.  Counting
+# searches against GIN; ranked top 10 against GIN ordered by ts_rank and
+# RUM ordered by tsv <=> q.
+export PGOPTIONS="-c client_min_messages=warning -c max_parallel_workers_per_gather=0"
+psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
+SELECT setseed(0.4242);
+CREATE TABLE vocab AS
+SELECT word, row_number() OVER () AS k FROM (
+  SELECT word FROM ts_stat('SELECT to_tsvector(''simple'', txt) FROM g')
+   WHERE ndoc BETWEEN 5 AND 2000 AND word ~ '^[a-z]{4,}$' ORDER BY random() LIMIT 300) s;
+CREATE TABLE queries AS
+SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 100
+UNION ALL
+SELECT 'two terms and', a.word || ' and ' || b.word, a.word || ' & ' || b.word
+  FROM vocab a JOIN vocab b ON b.k = a.k + 100 WHERE a.k <= 100
+UNION ALL
+SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
+  FROM vocab a JOIN vocab b ON b.k = a.k + 100 JOIN vocab c ON c.k = a.k + 200 WHERE a.k <= 100;
+CREATE FUNCTION timings(kind text, tmpl text, col text) RETURNS float8[] LANGUAGE plpgsql AS $$
+DECLARE r record; t0 timestamptz; ms float8[] := '{}'; dummy bigint;
+BEGIN
+  FOR r IN EXECUTE format('SELECT %I AS q FROM queries WHERE kind = $1', col) USING kind LOOP
+    t0 := clock_timestamp();
+    EXECUTE tmpl INTO dummy USING r.q;
+    ms := ms || (extract(epoch FROM clock_timestamp() - t0) * 1000);
+  END LOOP;
+  RETURN ms;
+END $$;
+CREATE FUNCTION pct(a float8[], p float8) RETURNS float8 LANGUAGE sql AS
+$$ SELECT percentile_cont(p) WITHIN GROUP (ORDER BY x) FROM unnest(a) x $$;
+SQL
+{
+echo
+echo "Searches over the same $N documents, 100 queries of each kind, milliseconds"
+psql -X -q -P footer=off <<'SQL'
+WITH kinds(kind, ord) AS (VALUES ('one term', 1), ('two terms and', 2), ('three terms or', 3)),
+runs AS (
+  SELECT kind, ord, 'count(*)' AS what,
+         timings(kind, 'SELECT count(*) FROM m WHERE body @@ $1', 'q') AS dt,
+         timings(kind, 'SELECT count(*) FROM m WHERE tsv @@ to_tsquery(''english'', $1)', 'tq') AS gin,
+         NULL::float8[] AS rum
+    FROM kinds
+  UNION ALL
+  SELECT kind, ord, 'ranked top 10',
+         timings(kind, 'SELECT count(*) FROM (SELECT id FROM m WHERE body @@ $1 ORDER BY body <=> $1 LIMIT 10) s', 'q'),
+         timings(kind, 'SELECT count(*) FROM (SELECT id FROM m WHERE tsv @@ to_tsquery(''english'', $1)
+                          ORDER BY ts_rank(tsv, to_tsquery(''english'', $1)) DESC LIMIT 10) s', 'tq'),
+         timings(kind, 'SELECT count(*) FROM (SELECT id FROM m WHERE tsv @@ to_tsquery(''english'', $1)
+                          ORDER BY tsv <=> to_tsquery(''english'', $1) LIMIT 10) s', 'tq')
+    FROM kinds)
+SELECT kind, what,
+       round(pct(dt, 0.5)::numeric, 2) AS dtree_p50, round(pct(gin, 0.5)::numeric, 2) AS gin_p50,
+       round(pct(rum, 0.5)::numeric, 2) AS rum_p50,
+       round((pct(dt, 0.5) / nullif(pct(gin, 0.5), 0))::numeric, 2) AS p50_vs_gin,
+       round((pct(dt, 0.5) / nullif(pct(rum, 0.5), 0))::numeric, 2) AS p50_vs_rum,
+       round(pct(dt, 0.99)::numeric, 2) AS dtree_p99, round(pct(gin, 0.99)::numeric, 2) AS gin_p99,
+       round(pct(rum, 0.99)::numeric, 2) AS rum_p99,
+       round((pct(dt, 0.99) / nullif(pct(gin, 0.99), 0))::numeric, 2) AS p99_vs_gin,
+       round((pct(dt, 0.99) / nullif(pct(rum, 0.99), 0))::numeric, 2) AS p99_vs_rum
+  FROM runs ORDER BY what, ord;
+SQL
+} | tee -a "$out"
 psql -X -q -d postgres -c "DROP DATABASE $db"

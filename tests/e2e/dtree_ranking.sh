@@ -9,6 +9,7 @@ source "$(dirname "$0")/dtree_common.bash"
 N=${DTREE_RANK_DOCS:-3000}
 Q=${DTREE_RANK_QUERIES:-60}
 gloss_server "$WORK/g" "$N"
+IX='SET enable_bitmapscan = off; SET enable_seqscan = off;'  # a plain index scan
 q -c "CREATE TABLE g (id int, body doc)" \
   -c "INSERT INTO g SELECT i, gloss(i) FROM generate_series(1, $N) i" \
   -c "INSERT INTO g VALUES (0, NULL)" \
@@ -101,6 +102,19 @@ same "0" "$d" "SELECT body <=> q next to ORDER BY body <=> q gives each row's 1 
 err=$(q -c "SELECT id, body <=> 'dog' FROM g" 2>&1)
 has "needs a dtree index scan" "$err" "the distance outside an index scan is a clear error"
 
+# Scans of several conditions, of stop words only, of a negated stop word,
+# and rescans with new keys.
+same "$(q -c "SET enable_indexscan = off; SET enable_bitmapscan = off; SELECT count(*) FROM g WHERE body @@ 'cat' AND body @@ 'dog'")" \
+     "$(q -c "$IX SELECT count(*) FROM g WHERE body @@ 'cat' AND body @@ 'dog'")" "two conditions: only rows matching both"
+same "$(q -c "SELECT count(*) FROM dt_IndexEntries('g_dt') WHERE term = '' AND count > 0")" \
+     "$(q -c "$IX SELECT count(*) FROM g WHERE body @@ 'the'")" "a query of stop words only: every indexed document with a term"
+same "0" "$(q -c "$IX SELECT count(*) FROM g WHERE body @@ '!the'")" "a negated stop word: no row"
+same "$(q -c "SELECT string_agg(n::text, ',' ORDER BY w) FROM (SELECT w, (SELECT count(*) FROM g WHERE Contains(g.body, w)) n
+                FROM unnest(ARRAY['dog', 'cat', 'horse', 'bird']) w) s")" \
+     "$(q -c "SET enable_seqscan = off; SET enable_bitmapscan = off; SET enable_hashjoin = off; SET enable_mergejoin = off;
+              SELECT string_agg(n::text, ',' ORDER BY w) FROM (SELECT v.w, count(g.id) n FROM unnest(ARRAY['dog', 'cat', 'horse', 'bird']) v(w)
+                LEFT JOIN g ON g.body @@ v.w GROUP BY v.w) s")" "a rescan with a new key evaluates it afresh"
+
 # A merge join over the index scan in rank order marks and restores it
 # (the outer side repeats every distance, so the inner is read again from
 # its mark).
@@ -116,7 +130,6 @@ same "$(q -c "SELECT count(*) FROM dd JOIN dt_RankContains('g_dt', 'dog or cat')
 
 # Option prefixes cut the answer: rows, then threshold; visibility first.
 # (The operator on one row ignores the prefix: with the index only.)
-IX='SET enable_bitmapscan = off; SET enable_seqscan = off;'
 same "3" "$(q -c "$IX SELECT count(*) FROM g WHERE body @@@ '=3|dog cat'")" "=3| gives three rows (index scan)"
 same "3" "$(q -c "SET enable_indexscan = off" -c "SET enable_seqscan = off" -c "SELECT count(*) FROM g WHERE body @@@ '=3|dog cat'")" "=3| gives three rows (bitmap scan)"
 t3=$(rank_ids "dt_RankContainsWords('g_dt', 'dog cat')" 3)
