@@ -108,7 +108,10 @@ SELECT setseed(0.4242);
 CREATE TABLE vocab AS
 SELECT word, row_number() OVER () AS k FROM (
   SELECT word FROM ts_stat('SELECT to_tsvector(''simple'', txt) FROM g')
-   WHERE ndoc BETWEEN 5 AND 2000 AND word ~ '^[a-z]{4,}$' ORDER BY random() LIMIT 300) s;
+   WHERE ndoc BETWEEN 5 AND 2000 AND word ~ '^[a-z]{4,}$'
+     -- not a stop word of either side (a stop word matches every document here)
+     AND EXISTS (SELECT 1 FROM dt_QueryTerms(word)) AND numnode(plainto_tsquery('english', word)) > 0
+   ORDER BY random() LIMIT 300) s;
 CREATE TABLE queries AS
 SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 100
 UNION ALL

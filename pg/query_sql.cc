@@ -39,6 +39,7 @@ extern "C" {
 #include "nodes/makefuncs.h"
 #include "nodes/nodeFuncs.h"
 #include "optimizer/optimizer.h"
+#include "parser/parse_oper.h"
 #include "utils/lsyscache.h"
 #include "storage/proc.h"
 #include "utils/snapmgr.h"
@@ -402,6 +403,33 @@ Datum pgdoc_dt_doclikesel(PG_FUNCTION_ARGS) {
 Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         Node *rawreq = InternalArg<Node>(fcinfo, 0);
+        if (IsA(rawreq, SupportRequestSimplify)) {
+            // Contains(body, q) is body @@ q (and ContainsWords @@@,
+            // DocLike %): the planner then treats both spellings alike
+            // everywhere, including the rows a bitmap scan returns, which
+            // need no second evaluation.  The operator is looked up in the
+            // function's own schema, never on the search path.
+            auto *req = (SupportRequestSimplify *)rawreq;
+            Node *op = ServerCall([&]() -> Node * {
+                FuncExpr *fe = req->fcall;
+                if (!fe || list_length(fe->args) != 2) return nullptr;
+                char *fname = get_func_name(fe->funcid);
+                char *nsp = get_namespace_name(get_func_namespace(fe->funcid));
+                if (!fname || !nsp) return nullptr;
+                const char *opname = strcmp(fname, "contains") == 0        ? "@@"
+                                     : strcmp(fname, "containswords") == 0 ? "@@@"
+                                     : strcmp(fname, "doclike") == 0       ? "%"
+                                                                           : nullptr;
+                if (!opname) return nullptr;
+                Node *left = (Node *)linitial(fe->args), *right = (Node *)lsecond(fe->args);
+                Oid opno = LookupOperName(NULL, list_make2(makeString(nsp), makeString(pstrdup(opname))),
+                                          exprType(left), exprType(right), true, -1);
+                if (!OidIsValid(opno) || get_opcode(opno) != fe->funcid) return nullptr;
+                return (Node *)make_opclause(opno, BOOLOID, false, (Expr *)left, (Expr *)right, InvalidOid,
+                                             fe->inputcollid);
+            });
+            return PointerGetDatum(op);
+        }
         if (IsA(rawreq, SupportRequestIndexCondition)) {
             // Contains(body, q) on a column with a dtree index: the index
             // condition body @@ q (and @@@, % for the other two).
