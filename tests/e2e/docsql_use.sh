@@ -32,11 +32,16 @@ out=$("$DOCSQL" -X -c "SELECT 1 AS one, 1/0 AS boom" 2>&1)
 case "$out" in *" one "*) fail "a failed statement printed a header: $out" ;; *) pass "a statement failing on the server prints only its error" ;; esac
 # Ctrl-C during a push: the statement is cancelled (57014) and nothing of
 # the file is left on the client.
-head -c 300000000 /dev/zero >"$DOC_SERVER_DIR/big.bin"
+# The interrupt comes as soon as the file being written shows up on the
+# client, so a fast machine cannot finish the push first.
+head -c 1000000000 /dev/zero >"$DOC_SERVER_DIR/big.bin"
 chmod 644 "$DOC_SERVER_DIR/big.bin"
 "$DOCSQL" -X -c "SELECT PutClientFile('$DOC_SERVER_DIR/big.bin', '$WORK/big.out')" >"$WORK/push.out" 2>&1 &
 pid=$!
-sleep 1
+for _ in $(seq 400); do
+    ls -A "$WORK" | grep -qE '^\.?big\.out' && break
+    sleep 0.02
+done
 kill -INT $pid
 wait $pid
 rc=$?
