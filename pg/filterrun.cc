@@ -1,0 +1,119 @@
+#include "filterrun.h"
+
+#include <ftw.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "boundary.h"
+#include "commandline.h"
+#include "convpath.h"
+#include "module.h"
+#include "process.h"
+
+namespace dt::pg {
+
+namespace {
+
+int RemoveEntry(const char *p, const struct stat *, int, struct FTW *) {
+    remove(p);
+    return 0;
+}
+
+// A scratch directory for one run, removed with its contents afterwards
+// (also when an error unwinds).
+struct Scratch {
+    std::string dir;
+    ~Scratch() {
+        if (!dir.empty()) nftw(dir.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+    }
+};
+
+// What every filter may read besides its input's directory: programs,
+// libraries and the system's data under /usr, and the few files of /etc
+// that the dynamic loader, the locale, groff, perl, the SGML tools and TeX
+// read.  Not the rest of /etc, not the server's data directory, not /proc.
+const char *const kSystemReadable[] = {
+    "/usr",           "/bin",          "/sbin",         "/lib",           "/lib64",
+    "/etc/ld.so.cache", "/etc/ld.so.conf", "/etc/ld.so.conf.d", "/etc/alternatives",
+    "/etc/groff",     "/etc/papersize", "/etc/paperspecs", "/etc/perl",    "/etc/sgml",
+    "/etc/xml",       "/etc/texmf",    "/etc/localtime", "/etc/nsswitch.conf", "/etc/passwd",
+    "/etc/group",     "/etc/locale.alias", "/etc/mime.types", "/etc/unrtf",
+};
+
+std::string AbsoluteSearchPath() {
+    std::string in = ServerSearchPath(), out;
+    size_t start = 0;
+    while (start <= in.size()) {
+        size_t end = in.find(':', start);
+        if (end == std::string::npos) end = in.size();
+        std::string d = in.substr(start, end - start);
+        if (!d.empty() && d[0] == '/') out += (out.empty() ? "" : ":") + d;
+        start = end + 1;
+    }
+    return out.empty() ? "/usr/local/bin:/usr/bin:/bin" : out;
+}
+
+}  // namespace
+
+const std::string &GetDocBinPath() {
+    static std::string binPath;
+    if (binPath.empty()) binPath = HomeDir() + "/extend/document/bin";
+    return binPath;
+}
+
+std::string FindFilterProgram(const std::string &program, const std::string &dir) {
+    return dt::FindProgram(program, dir, ServerSearchPath(), IsExecutableFile);
+}
+
+dt::ChildResult RunFilterProgram(const FilterProgramRun &fr) {
+    Scratch scratch;
+    std::string tmpl = TempDir() + "/filter.XXXXXX";
+    std::vector<char> buf(tmpl.begin(), tmpl.end());
+    buf.push_back('\0');
+    if (!mkdtemp(buf.data())) {
+        dt::ChildResult res;
+        res.error = errno;
+        res.failed = "scratch directory";
+        return res;
+    }
+    scratch.dir = buf.data();
+
+    dt::ChildRun run;
+    run.argv = fr.argv;
+    run.dir = fr.dir;
+    run.stdin_path = fr.stdin_path;
+    run.stdout_path = fr.stdout_path;
+    run.env = {"PATH=" + AbsoluteSearchPath(), "LANG=C.UTF-8", "LC_ALL=C.UTF-8",
+               "HOME=" + scratch.dir, "TMPDIR=" + scratch.dir};
+    for (const char *p : kSystemReadable) run.readable.push_back(p);
+    run.readable.push_back(HomeDir());
+    run.readable.push_back(dt::path(fr.argv[0]));
+    if (!fr.input_path.empty()) {
+        run.readable.push_back(fr.input_path);
+        std::string d = dt::path(fr.input_path);
+        run.readable.push_back(d.empty() ? "/" : d);
+    }
+    if (!fr.dir.empty()) run.readable.push_back(fr.dir);
+    run.writable = {scratch.dir};
+    return dt::RunChild(run);
+}
+
+void WarnFilterNotRun(const std::string &program, const dt::ChildResult &res) {
+    std::string msg = "conversion program \"" + program + "\" could not be run (" + res.failed +
+                      "): " + strerror(res.error);
+    const char *m = msg.c_str();
+    ServerCall([&] { ereport(WARNING, (errcode(ERRCODE_UNDEFINED_FILE), errmsg("%s", m))); });
+}
+
+void WarnFilterMissing(const std::string &program, const std::string &dir) {
+    std::string msg = "conversion program \"" + program + "\" is neither in " + dir +
+                      " nor on the server's search path";
+    const char *m = msg.c_str();
+    ServerCall([&] { ereport(WARNING, (errcode(ERRCODE_UNDEFINED_FILE), errmsg("%s", m))); });
+}
+
+}  // namespace dt::pg
