@@ -57,6 +57,8 @@ bool fa_lookup(std::string &name) {
     return false;
 }
 
+const char *const kRavelLinkName = "input.docx";
+
 namespace {
 
 struct Route {
@@ -90,9 +92,10 @@ const std::vector<Route> &Routes() {
         {"rtf", Conv({"unrtf", "--text", "--nopict"})},
         // OpenDocument text, without line wrapping.
         {"odt", Conv({"odt2txt", "--width=-1"})},
-        // Office Open XML: docx2txt hands a path argument to a shell, so it
-        // reads the document from standard input.
-        {"docx", Conv({"docx2txt", "-", "-"}, RavelInput::StandardInput)},
+        // Office Open XML: docx2txt hands its path argument to a shell (and
+        // copies standard input to a fixed directory), so it reads a link
+        // with a harmless name; "-" is standard output.
+        {"docx", Conv({"docx2txt"}, RavelInput::FixedName, {"-"})},
         // PDF, in reading order; "-" is standard output.
         {"pdf", Conv({"pdftotext", "-q", "-enc", "UTF-8", "-nopgbrk"}, RavelInput::Argument, {"-"})},
         // HTML: html2text takes an argument for a URL, so the document comes
@@ -114,7 +117,7 @@ std::vector<RavelConverter> RavelConverters(const std::string &from, const std::
 
 std::vector<std::string> RavelArgv(const RavelConverter &c, const std::string &inpath) {
     std::vector<std::string> argv = c.argv;
-    if (c.input == RavelInput::Argument) argv.push_back(inpath);
+    if (c.input != RavelInput::StandardInput) argv.push_back(inpath);
     argv.insert(argv.end(), c.after.begin(), c.after.end());
     return argv;
 }

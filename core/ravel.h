@@ -26,10 +26,14 @@ int fa_lookup(char *name);
 // The same on a string.
 bool fa_lookup(std::string &name);
 
-// How a converter receives its input: as the last argument (the path), or
-// on standard input (for programs that would hand a path to a shell or take
-// it for a URL).
-enum class RavelInput { Argument, StandardInput };
+// How a converter receives its input: as an argument (the path), on
+// standard input (for a program that would take a path for a URL), or as
+// the path of a link to the input made under a fixed, harmless name (for a
+// program that hands its path to a shell; see kRavelLinkName).
+enum class RavelInput { Argument, StandardInput, FixedName };
+
+// The name of the link a FixedName converter reads.
+extern const char *const kRavelLinkName;
 
 // One converter program of the engine: argv[0] is a bare program name
 // (looked up in the engine's directory, then on the search path), the other

@@ -23,14 +23,6 @@ int RemoveEntry(const char *p, const struct stat *, int, struct FTW *) {
     return 0;
 }
 
-// A scratch directory for one run, removed with its contents afterwards
-// (also when an error unwinds).
-struct Scratch {
-    std::string dir;
-    ~Scratch() {
-        if (!dir.empty()) nftw(dir.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
-    }
-};
 
 // What every filter may read besides its input's directory: programs,
 // libraries and the system's data under /usr, and the few files of /etc
@@ -69,19 +61,22 @@ std::string FindFilterProgram(const std::string &program, const std::string &dir
     return dt::FindProgram(program, dir, ServerSearchPath(), IsExecutableFile);
 }
 
-dt::ChildResult RunFilterProgram(const FilterProgramRun &fr) {
-    Scratch scratch;
+FilterScratch::FilterScratch() {
     std::string tmpl = TempDir() + "/filter.XXXXXX";
     std::vector<char> buf(tmpl.begin(), tmpl.end());
     buf.push_back('\0');
-    if (!mkdtemp(buf.data())) {
-        dt::ChildResult res;
-        res.error = errno;
-        res.failed = "scratch directory";
-        return res;
-    }
-    scratch.dir = buf.data();
+    if (!mkdtemp(buf.data()))
+        throw dt::Error::User("could not make a directory for a conversion program in " + TempDir() +
+                                  ": " + strerror(errno),
+                              "58000");
+    dir = buf.data();
+}
 
+FilterScratch::~FilterScratch() {
+    if (!dir.empty()) nftw(dir.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+dt::ChildResult RunFilterProgram(const FilterProgramRun &fr, const FilterScratch &scratch) {
     dt::ChildRun run;
     run.argv = fr.argv;
     run.dir = fr.dir;

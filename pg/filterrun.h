@@ -21,6 +21,16 @@ const std::string &GetDocBinPath();
 // then the server's search path; "" when there is none.
 std::string FindFilterProgram(const std::string &program, const std::string &dir);
 
+// A scratch directory for one run of a program (its $HOME and $TMPDIR, the
+// only place it may write), removed with its contents when this goes.
+struct FilterScratch {
+    std::string dir;
+    FilterScratch();  // makes it under the backend's temporary directory
+    ~FilterScratch();
+    FilterScratch(const FilterScratch &) = delete;
+    FilterScratch &operator=(const FilterScratch &) = delete;
+};
+
 struct FilterProgramRun {
     std::vector<std::string> argv;  // argv[0]: the program file
     std::string dir;                // working directory ("" keeps the server's)
@@ -30,7 +40,7 @@ struct FilterProgramRun {
 };
 
 // Runs it; see dt::RunChild.  A statement cancel kills the program.
-dt::ChildResult RunFilterProgram(const FilterProgramRun &run);
+dt::ChildResult RunFilterProgram(const FilterProgramRun &run, const FilterScratch &scratch);
 
 // Emits a WARNING that a conversion program could not be run (why the step
 // gives null).

@@ -23,6 +23,8 @@ extern "C" {
 #include "utils/syscache.h"
 }
 
+#include <unistd.h>
+
 #include <string>
 
 #include "boundary.h"
@@ -137,14 +139,29 @@ Datum RavelCnvt(FunctionCallInfo fcinfo) {
             dt::pg::WarnFilterMissing(c.argv[0], binpath);
             continue;
         }
+        dt::pg::FilterScratch scratch;
+        std::string input = dt::PathArgument(ipath);
+        if (c.input == dt::RavelInput::FixedName) {
+            // The link is made by the server: it may name any file the
+            // service hands over; the program still reads only what the
+            // sandbox allows.
+            input = scratch.dir + "/" + dt::kRavelLinkName;
+            std::string target = ipath;
+            if (ipath.empty() || ipath[0] != '/') {
+                char cwd[4096];
+                if (!getcwd(cwd, sizeof cwd)) continue;
+                target = std::string(cwd) + "/" + ipath;
+            }
+            if (symlink(target.c_str(), input.c_str()) != 0) continue;
+        }
         dt::pg::FilterProgramRun run;
-        run.argv = dt::RavelArgv(c, dt::PathArgument(ipath));
+        run.argv = dt::RavelArgv(c, input);
         run.argv[0] = prog;
         run.dir = dir;
         if (c.input == dt::RavelInput::StandardInput) run.stdin_path = ipath;
         run.stdout_path = opath;
         run.input_path = ipath;
-        dt::ChildResult res = dt::pg::RunFilterProgram(run);
+        dt::ChildResult res = dt::pg::RunFilterProgram(run, scratch);
         if (!res.started) {
             dt::pg::WarnFilterNotRun(c.argv[0], res);
             continue;

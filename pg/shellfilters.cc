@@ -52,7 +52,8 @@ Datum _shellcnvt(FunctionCallInfo fcinfo, const char *program) {
     run.dir = IsDirectory(plan.dir) ? plan.dir : std::string();
     run.stdout_path = run.dir.empty() ? dt::SpecPath(out) : plan.outpath;
     run.input_path = plan.argv[1];
-    dt::ChildResult res = dt::pg::RunFilterProgram(run);
+    dt::pg::FilterScratch scratch;
+    dt::ChildResult res = dt::pg::RunFilterProgram(run, scratch);
     if (!res.started) {
         dt::pg::WarnFilterNotRun(program, res);
         fcinfo->isnull = true;

@@ -106,12 +106,15 @@ TEST(RavelConverters, ArgumentVectors) {
     EXPECT_EQ(a.back(), "-");
     // Programs that would give a path to a shell or take it for a URL read
     // standard input: the path is not an argument.
-    for (const char *f : {"docx", "html"}) {
-        auto c = RavelConverters(f, "asc");
-        ASSERT_EQ(c.size(), 1u);
-        EXPECT_EQ(c[0].input, RavelInput::StandardInput);
-        for (const std::string &w : RavelArgv(c[0], nasty)) EXPECT_NE(w, nasty);
-    }
+    auto html = RavelConverters("html", "asc");
+    ASSERT_EQ(html.size(), 1u);
+    EXPECT_EQ(html[0].input, RavelInput::StandardInput);
+    for (const std::string &w : RavelArgv(html[0], nasty)) EXPECT_NE(w, nasty);
+    auto docx = RavelConverters("docx", "asc");
+    ASSERT_EQ(docx.size(), 1u);
+    EXPECT_EQ(docx[0].input, RavelInput::FixedName);
+    EXPECT_EQ(RavelArgv(docx[0], std::string("/s/") + kRavelLinkName),
+              (std::vector<std::string>{"docx2txt", "/s/input.docx", "-"}));
 }
 
 TEST(RavelStatus, SuccessIsZeroOrTen) {
