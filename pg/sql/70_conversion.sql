@@ -85,6 +85,12 @@ CREATE TRIGGER installed_rows_truncated BEFORE TRUNCATE ON "DocumentConversions"
     FOR EACH STATEMENT EXECUTE FUNCTION dt_ConversionRowsTruncated();
 CREATE TRIGGER removed_row_recorded AFTER INSERT ON "DocumentConversionsRemoved"
     FOR EACH ROW EXECUTE FUNCTION dt_ConversionRowRemoved();
+COMMENT ON FUNCTION dt_ConversionRowChanged() IS
+    'Trigger: records an installed conversion row that is deleted or changed in "DocumentConversionsRemoved"';
+COMMENT ON FUNCTION dt_ConversionRowsTruncated() IS
+    'Trigger: records the installed conversion rows that TRUNCATE removes';
+COMMENT ON FUNCTION dt_ConversionRowRemoved() IS
+    'Trigger: a recorded removal deletes the installed conversion row (as a restore replays it)';
 REVOKE ALL ON FUNCTION dt_ConversionRowChanged() FROM PUBLIC;
 REVOKE ALL ON FUNCTION dt_ConversionRowsTruncated() FROM PUBLIC;
 REVOKE ALL ON FUNCTION dt_ConversionRowRemoved() FROM PUBLIC;
