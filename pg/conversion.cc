@@ -136,7 +136,8 @@ bool IsModuleFunction(Oid f) {
 //    the user was allowed to name), and the programs they run are fixed;
 //    calling them directly is refused by their privileges;
 //  - any other function needs EXECUTE, and must belong to a superuser or to
-//    a role whose rights the user has: the service never runs another
+//    the user or a role the user is a member of (a superuser is not taken
+//    for a member of every role here): the service never runs another
 //    role's code with the user's rights (a row of the table, or a function
 //    found first on the user's search_path, must not become a trojan).
 // *owner is set to the function's owner for STEP_UNTRUSTED.
@@ -162,7 +163,7 @@ StepStatus LookupStep(const char *name, Oid *fn, Oid *owner) {
         if (!HeapTupleIsValid(tup)) return STEP_MISSING;
         Oid own = ((Form_pg_proc)GETSTRUCT(tup))->proowner;
         ReleaseSysCache(tup);
-        if (!superuser_arg(own) && !has_privs_of_role(GetUserId(), own)) {
+        if (!superuser_arg(own) && !is_member_of_role_nosuper(GetUserId(), own)) {
             *owner = own;
             return STEP_UNTRUSTED;
         }
@@ -322,8 +323,8 @@ std::optional<std::string> DtEngageConv(const std::string &funcname, const std::
         throw dt::Error::User("conversion step \"" + funcname + "\" belongs to role \"" + who +
                                   "\", whose code the conversion service does not run for other roles",
                               "42501",
-                              "A conversion step is a function of the extension, of a superuser, or of a "
-                              "role whose rights the current user has.");
+                              "A conversion step is a function of the extension, of a superuser, or of the "
+                              "current user or a role it is a member of.");
     }
     if (st == STEP_MISSING) dt::ErrorRaiseVA("P0016", "NAME%T", funcname);
     if (st == STEP_NOT_TEXT)

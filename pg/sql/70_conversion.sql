@@ -72,6 +72,10 @@ END $$;
 CREATE FUNCTION dt_ConversionRowRemoved() RETURNS trigger
     LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp AS $$
 BEGIN
+    -- Records made by the triggers above are of rows already going.
+    IF pg_trigger_depth() > 1 THEN
+        RETURN NULL;
+    END IF;
     DELETE FROM @extschema@."DocumentConversions" c
      WHERE c.installed AND c.source_format = NEW.source_format
        AND c.target_format = NEW.target_format AND c.function_name = NEW.function_name;
