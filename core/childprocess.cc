@@ -200,7 +200,14 @@ ChildResult RunChild(const ChildRun &run) {
     const char *dir = run.dir.empty() ? nullptr : run.dir.c_str();
     const char *prog = argv[0];
 
+    // No signal handler of the caller may run in the child: signals are
+    // blocked across the fork, and the child resets every handler before it
+    // unblocks them.
+    sigset_t all, old;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &old);
     pid_t pid = fork();
+    if (pid != 0) sigprocmask(SIG_SETMASK, &old, nullptr);
     if (pid < 0) {
         res.error = errno;
         res.failed = "fork";
@@ -210,10 +217,10 @@ ChildResult RunChild(const ChildRun &run) {
     }
     if (pid == 0) {
         // The child.
+        for (int s = 1; s < NSIG; s++) signal(s, SIG_DFL);
         sigset_t none;
         sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
-        for (int s = 1; s < NSIG; s++) signal(s, SIG_DFL);
         if (dup2(in.fd, 0) < 0 || dup2(out.fd, 1) < 0) ChildFail(wr.fd, FAIL_DUP, errno);
         if (dir && chdir(dir) != 0) ChildFail(wr.fd, FAIL_CHDIR, errno);
         if (rules.fd >= 0) {
