@@ -3,6 +3,7 @@
 # made from Debian's own sources (20 manual pages as troff, PostScript,
 # DVI through dvips, PDF, and their text as LaTeX; the text of the first 5
 # pages as RTF, Word (RTF inside), OpenDocument, Office Open XML and HTML,
+# WordPerfect 5 of every page,
 # each entered 4 times, as pandoc takes seconds per file; LinuxDoc SGML of
 # linuxdoc-tools' documentation), entered through docsql in one transaction
 # per format:
@@ -45,10 +46,19 @@ for i in $(seq 1 $N); do
         for f in rtf docx odt html; do cp "$work/p$(( (i - 1) % 5 + 1 )).$f" "$p.$f"; done
     fi
     cp "$p.rtf" "$p.msword"
+    # WordPerfect 5: the 16-byte file prefix and the text (see the test
+    # conversion_filters).
+    python3 - "$p.ascii" "$p.wordperfect" <<'PY'
+import struct, sys
+text = open(sys.argv[1], encoding="utf-8", errors="replace").read()
+paras = [" ".join(p.split()) for p in text.split("\n\n")]
+body = "\n".join(p for p in paras if p).encode("ascii", "replace") + b"\n"
+open(sys.argv[2], "wb").write(b"\xffWPC" + struct.pack("<I", 16) + bytes([1, 10, 0, 0, 0, 0, 0, 0]) + body)
+PY
     if [ $((i % 2)) = 1 ]; then zcat /usr/share/doc/linuxdoc-tools/example/example.sgml.gz >"$p.sgml"
     else zcat /usr/share/doc/linuxdoc-tools/guide.sgml.gz >"$p.sgml"; fi
 done
-formats="ascii troff postscript dvips pdf latex sgml rtf msword odt docx html"
+formats="ascii troff postscript dvips pdf latex sgml wordperfect rtf msword odt docx html"
 
 psql -X -q -c "CREATE EXTENSION IF NOT EXISTS document"
 "$DOCSQL" -X -q -c "SET client_min_messages = warning" -c "DROP TABLE IF EXISTS bench_conv" \

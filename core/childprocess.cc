@@ -100,6 +100,16 @@ int MakeRuleset(const ChildRun &run) {
     return rs;
 }
 
+// Moves a descriptor to 3 or above, so that the child's dup2 onto 0 and 1
+// neither clobbers nor keeps it.
+void AboveStandard(Fd &f) {
+    if (f.fd >= 0 && f.fd < 3) {
+        int n = fcntl(f.fd, F_DUPFD_CLOEXEC, 3);
+        close(f.fd);
+        f.fd = n;
+    }
+}
+
 void Nap(long usec) {
     struct timespec ts;
     ts.tv_sec = usec / 1000000;
@@ -178,6 +188,8 @@ ChildResult RunChild(const ChildRun &run) {
         discard();
         return res;
     }
+    AboveStandard(out);
+    AboveStandard(in);
     // Blocking reads from here on (a regular file never blocks anyway).
     fcntl(in.fd, F_SETFL, fcntl(in.fd, F_GETFL) & ~O_NONBLOCK);
     if (!run.stdout_path.empty()) fcntl(out.fd, F_SETFL, fcntl(out.fd, F_GETFL) & ~O_NONBLOCK);
@@ -199,6 +211,8 @@ ChildResult RunChild(const ChildRun &run) {
     wr.fd = pipefd[1];
     const char *dir = run.dir.empty() ? nullptr : run.dir.c_str();
     const char *prog = argv[0];
+    long maxfd = sysconf(_SC_OPEN_MAX);
+    if (maxfd <= 0) maxfd = 65536;
 
     // No signal handler of the caller may run in the child: signals are
     // blocked across the fork, and the child resets every handler before it
@@ -230,8 +244,11 @@ ChildResult RunChild(const ChildRun &run) {
         }
         // Nothing of the parent but standard input, output and error (and
         // the pipe, closed by exec).
-        for (int fd = 3; fd < 1024; fd++)
-            if (fd != wr.fd) close(fd);
+        bool closed = syscall(SYS_close_range, (unsigned)wr.fd + 1, ~0u, 0u) == 0;
+        if (closed && wr.fd > 3) closed = syscall(SYS_close_range, 3u, (unsigned)wr.fd - 1, 0u) == 0;
+        if (!closed)  // kernels before 5.9: one by one
+            for (long fd = 3; fd < maxfd; fd++)
+                if (fd != wr.fd) close((int)fd);
         execve(prog, argv.data(), envp.data());
         ChildFail(wr.fd, FAIL_EXEC, errno);
     }
