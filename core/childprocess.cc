@@ -4,6 +4,7 @@
 #include <linux/landlock.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -188,8 +189,20 @@ ChildResult RunChild(const ChildRun &run) {
         discard();
         return res;
     }
+    Fd err;
+    if (!run.stderr_path.empty()) {
+        err.fd = open(run.stderr_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (err.fd < 0) {
+            res.error = errno;
+            res.failed = "open error output";
+            out.reset();
+            discard();
+            return res;
+        }
+    }
     AboveStandard(out);
     AboveStandard(in);
+    AboveStandard(err);
     // Blocking reads from here on (a regular file never blocks anyway).
     fcntl(in.fd, F_SETFL, fcntl(in.fd, F_GETFL) & ~O_NONBLOCK);
     if (!run.stdout_path.empty()) fcntl(out.fd, F_SETFL, fcntl(out.fd, F_GETFL) & ~O_NONBLOCK);
@@ -235,7 +248,16 @@ ChildResult RunChild(const ChildRun &run) {
         sigset_t none;
         sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
-        if (dup2(in.fd, 0) < 0 || dup2(out.fd, 1) < 0) ChildFail(wr.fd, FAIL_DUP, errno);
+        if (dup2(in.fd, 0) < 0 || dup2(out.fd, 1) < 0 || (err.fd >= 0 && dup2(err.fd, 2) < 0))
+            ChildFail(wr.fd, FAIL_DUP, errno);
+        if (run.cpu_seconds > 0) {
+            struct rlimit rl = {(rlim_t)run.cpu_seconds, (rlim_t)run.cpu_seconds + 1};
+            setrlimit(RLIMIT_CPU, &rl);
+        }
+        if (run.max_file_bytes > 0) {
+            struct rlimit rl = {(rlim_t)run.max_file_bytes, (rlim_t)run.max_file_bytes};
+            setrlimit(RLIMIT_FSIZE, &rl);
+        }
         if (dir && chdir(dir) != 0) ChildFail(wr.fd, FAIL_CHDIR, errno);
         if (rules.fd >= 0) {
             if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
@@ -255,6 +277,7 @@ ChildResult RunChild(const ChildRun &run) {
     wr.reset();
     in.reset();
     out.reset();
+    err.reset();
     rules.reset();
 
     int status = 0;

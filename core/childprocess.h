@@ -19,6 +19,9 @@ struct ChildRun {
     std::string dir;                // the working directory; "" keeps the caller's
     std::string stdin_path;         // "" reads /dev/null
     std::string stdout_path;        // created (or truncated); "" keeps the caller's
+    std::string stderr_path;        // created (or truncated); "" keeps the caller's
+    long cpu_seconds = 0;           // RLIMIT_CPU of the child; 0: unlimited
+    long long max_file_bytes = 0;   // RLIMIT_FSIZE (largest file it writes); 0: unlimited
     bool sandbox = true;            // restrict the file system where possible
     std::vector<std::string> readable;  // read and execute beneath these
     std::vector<std::string> writable;  // read, write, create and remove beneath these

@@ -1,5 +1,6 @@
 #include "filterrun.h"
 
+#include <fcntl.h>
 #include <ftw.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -49,6 +50,30 @@ std::string AbsoluteSearchPath() {
     return out.empty() ? "/usr/local/bin:/usr/bin:/bin" : out;
 }
 
+// Limits of one filter run: documents are at most 2 GB.
+const long kFilterCpuSeconds = 600;
+const long long kFilterMaxFileBytes = 0x7FFFFFFFLL;
+
+// The start of what a failed program wrote to its standard error, into the
+// server's log.
+void LogFilterErrors(const std::string &program, const dt::ChildResult &res, const std::string &errpath) {
+    std::string text;
+    int fd = open(errpath.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        char buf[1000];
+        ssize_t n = read(fd, buf, sizeof buf);
+        if (n > 0) text.assign(buf, n);
+        close(fd);
+    }
+    std::string status = res.started ? "exit status " + std::to_string(res.status) : "not started";
+    std::string msg = "conversion program " + program + " failed (" + status + ")";
+    const char *m = msg.c_str();
+    const char *t = text.c_str();
+    ServerCall([&] {
+        ereport(LOG, (errmsg("%s", m), text[0] ? errdetail("%s", t) : 0));
+    });
+}
+
 }  // namespace
 
 const std::string &GetDocBinPath() {
@@ -94,7 +119,15 @@ dt::ChildResult RunFilterProgram(const FilterProgramRun &fr, const FilterScratch
     }
     if (!fr.dir.empty()) run.readable.push_back(fr.dir);
     run.writable = {scratch.dir};
-    return dt::RunChild(run);
+    // What the program says goes to a file of its own (shown in the server's
+    // log when it fails); a runaway program is stopped by its CPU time or by
+    // the size of what it writes.
+    run.stderr_path = scratch.dir + "/errors";
+    run.cpu_seconds = kFilterCpuSeconds;
+    run.max_file_bytes = kFilterMaxFileBytes;
+    dt::ChildResult res = dt::RunChild(run);
+    if (!res.started || res.status != 0) LogFilterErrors(fr.argv[0], res, run.stderr_path);
+    return res;
 }
 
 void WarnFilterNotRun(const std::string &program, const dt::ChildResult &res) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -198,4 +199,20 @@ TEST_F(ChildProcess, InterruptKillsAndReapsTheChild) {
     errno = 0;
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(ChildProcess, ErrorOutputAndLimits) {
+    ChildRun r = Run({"/bin/ls", dir + "/no-such-file"});
+    r.stderr_path = dir + "/errors";
+    ChildResult res = RunChild(r);
+    ASSERT_TRUE(res.started);
+    EXPECT_EQ(res.status, 2);
+    EXPECT_NE(Slurp(dir + "/errors").find("no-such-file"), std::string::npos);
+    // A program writing without end is stopped at the file size limit.
+    r = Run({"/usr/bin/yes", "endless"});
+    r.max_file_bytes = 100000;
+    res = RunChild(r);
+    ASSERT_TRUE(res.started);
+    EXPECT_EQ(res.status, 128 + SIGXFSZ);
+    EXPECT_FALSE(Exists(dir + "/out"));
 }

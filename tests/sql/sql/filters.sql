@@ -73,6 +73,13 @@ SELECT qwertz_sgml2latex('format(sgml):/tmp/doc_filt_regress/ls.1', 'format(tex)
 SELECT doc_filt.exists('/tmp/doc_filt_regress/m.tex') AS output_left;
 SELECT formatconvert('format(sgml):/tmp/doc_filt_regress/ls.1', 'format(ascii):/tmp/doc_filt_regress/m2.txt') IS NULL AS chain_fails;
 SELECT doc_filt.tmpfiles() AS no_temporary_files, doc_filt.exists('/tmp/doc_filt_regress/m2.txt') AS output_left;
+-- A filter that runs without end is stopped by a cancel (here the
+-- statement's timeout): its program is killed, nothing is left.
+SELECT doc_filt.put_file('/tmp/doc_filt_regress/loop.1', E'.TH X 1\n.nr a 0\n.while 1 .nr a +1\n');
+SET statement_timeout = '1s';
+SELECT troff2ascii('format(troff):/tmp/doc_filt_regress/loop.1', 'format(ascii):/tmp/doc_filt_regress/loop.txt');
+RESET statement_timeout;
+SELECT doc_filt.tmpfiles() AS no_temporary_files, doc_filt.exists('/tmp/doc_filt_regress/loop.txt') AS output_left;
 -- A document whose conversion fails: the service's error, nothing left.
 CREATE TEMP TABLE docs (d doc);
 INSERT INTO docs VALUES ('format(sgml),ExternalFile:/tmp/doc_filt_regress/ls.1');
