@@ -12,6 +12,12 @@ JOBS ?= $(shell nproc)
 
 DEB_PACKAGES = postgresql-15 postgresql-server-dev-15 libpq-dev libkrb5-dev \
                cmake g++ make libgtest-dev wordnet-base python3 libreadline-dev postgresql-15-rum groff-base
+# The programs of the conversion filters, and those the tests use to make
+# documents (groff's PostScript, DVI and PDF devices, dvips with the TeX
+# files it needs, pandoc).  Installed without the packages they only
+# recommend: texlive-base would otherwise pull in hundreds of megabytes.
+DEB_PACKAGES_LEAN = groff texlive-binaries texlive-base linuxdoc-tools libwpd-tools antiword catdoc \
+               unrtf odt2txt docx2txt unzip poppler-utils html2text pandoc
 
 # The server's extension directories are shared by every build on the
 # machine, so installing and everything that uses the installed extension
@@ -34,12 +40,21 @@ export PGBIN := $(patsubst %/,%,$(dir $(PG_CONFIG)))
 .PHONY: deps build install demo check bench eval clean _install _demo _check _bench _eval
 
 deps:
-	@missing=""; for p in $(DEB_PACKAGES); do \
+	@missing=""; lean=""; for p in $(DEB_PACKAGES); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
 	done; \
+	for p in $(DEB_PACKAGES_LEAN); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || lean="$$lean $$p"; \
+	done; \
+	if [ -n "$$missing$$lean" ]; then \
+	  echo "installing:$$missing$$lean"; \
+	  apt-get update -qq; \
+	fi; \
 	if [ -n "$$missing" ]; then \
-	  echo "installing:$$missing"; \
-	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing >/dev/null; \
+	  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing >/dev/null; \
+	fi; \
+	if [ -n "$$lean" ]; then \
+	  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$lean >/dev/null; \
 	fi
 
 build: deps

@@ -49,4 +49,34 @@ std::vector<std::string> SplitCommand(const std::string &format, const std::stri
     return words;
 }
 
+std::string FindProgram(const std::string &program, const std::string &dir,
+                        const std::string &searchPath,
+                        bool (*isExecutable)(const std::string &path)) {
+    if (program.empty()) return std::string();
+    if (program[0] == '/') return program;
+    if (!dir.empty()) {
+        std::string p = dir + "/" + program;
+        if (isExecutable(p)) return p;
+    }
+    // A name with a '/' inside is never searched for.
+    if (program.find('/') != std::string::npos) return std::string();
+    size_t start = 0;
+    while (start <= searchPath.size()) {
+        size_t end = searchPath.find(':', start);
+        if (end == std::string::npos) end = searchPath.size();
+        std::string d = searchPath.substr(start, end - start);
+        if (!d.empty() && d[0] == '/') {
+            std::string p = d + "/" + program;
+            if (isExecutable(p)) return p;
+        }
+        start = end + 1;
+    }
+    return std::string();
+}
+
+std::string PathArgument(const std::string &path) {
+    if (!path.empty() && path[0] == '-') return "./" + path;
+    return path;
+}
+
 }  // namespace dt

@@ -22,6 +22,7 @@ extern "C" {
 #include "access/htup_details.h"
 #include "access/table.h"
 #include "access/tableam.h"
+#include "catalog/dependency.h"
 #include "catalog/namespace.h"
 #include "catalog/objectaccess.h"
 #include "catalog/pg_authid.h"
@@ -39,6 +40,9 @@ extern "C" {
 #include "utils/lsyscache.h"
 #include "utils/rel.h"
 #include "utils/snapmgr.h"
+#include "utils/syscache.h"
+#include "commands/extension.h"
+#include "miscadmin.h"
 #include "utils/varlena.h"
 }
 
@@ -116,12 +120,28 @@ void EndConvScan(ConvScan *cs) {
     table_close(cs->rel, NoLock);
 }
 
-enum StepStatus { STEP_OK, STEP_MISSING, STEP_NOT_TEXT };
+enum StepStatus { STEP_OK, STEP_MISSING, STEP_NOT_TEXT, STEP_UNTRUSTED };
+
+// Whether the function belongs to the extension "document".
+bool IsModuleFunction(Oid f) {
+    Oid ext = get_extension_oid("document", true);
+    return OidIsValid(ext) && getExtensionOfObject(ProcedureRelationId, f) == ext;
+}
 
 // Looks up the step function (name, possibly schema-qualified, in SQL
 // identifier syntax) taking (text, text); checks it returns text and that
-// the user may execute it.
-StepStatus LookupStep(const char *name, Oid *fn) {
+// the user may run it as a step:
+//  - the module's own steps run for everyone: they work only on the files
+//    the service hands them (the temporary files it makes, and server files
+//    the user was allowed to name), and the programs they run are fixed;
+//    calling them directly is refused by their privileges;
+//  - any other function needs EXECUTE, and must belong to a superuser or to
+//    the user or a role the user is a member of (a superuser is not taken
+//    for a member of every role here): the service never runs another
+//    role's code with the user's rights (a row of the table, or a function
+//    found first on the user's search_path, must not become a trojan).
+// *owner is set to the function's owner for STEP_UNTRUSTED.
+StepStatus LookupStep(const char *name, Oid *fn, Oid *owner) {
     *fn = InvalidOid;
     char *raw = pstrdup(name);
     List *parts = NIL;
@@ -136,8 +156,18 @@ StepStatus LookupStep(const char *name, Oid *fn) {
     if (get_func_prokind(f) != PROKIND_FUNCTION || get_func_retset(f) ||
         get_func_rettype(f) != TEXTOID)
         return STEP_NOT_TEXT;
-    AclResult acl = pg_proc_aclcheck(f, GetUserId(), ACL_EXECUTE);
-    if (acl != ACLCHECK_OK) aclcheck_error(acl, OBJECT_FUNCTION, get_func_name(f));
+    if (!IsModuleFunction(f)) {
+        AclResult acl = pg_proc_aclcheck(f, GetUserId(), ACL_EXECUTE);
+        if (acl != ACLCHECK_OK) aclcheck_error(acl, OBJECT_FUNCTION, get_func_name(f));
+        HeapTuple tup = SearchSysCache1(PROCOID, ObjectIdGetDatum(f));
+        if (!HeapTupleIsValid(tup)) return STEP_MISSING;
+        Oid own = ((Form_pg_proc)GETSTRUCT(tup))->proowner;
+        ReleaseSysCache(tup);
+        if (!superuser_arg(own) && !is_member_of_role_nosuper(GetUserId(), own)) {
+            *owner = own;
+            return STEP_UNTRUSTED;
+        }
+    }
     InvokeFunctionExecuteHook(f);
     *fn = f;
     return STEP_OK;
@@ -284,8 +314,18 @@ std::optional<std::string> DtEngageConv(const std::string &funcname, const std::
                                         const std::string &outspec) {
     CheckInterrupts();
     Oid fn;
+    Oid owner = InvalidOid;
     const char *name = funcname.c_str();
-    StepStatus st = ServerCall([&] { return LookupStep(name, &fn); });
+    StepStatus st = ServerCall([&] { return LookupStep(name, &fn, &owner); });
+    if (st == STEP_UNTRUSTED) {
+        char *ownername = ServerCall([&] { return GetUserNameFromId(owner, true); });
+        std::string who = ownername ? ownername : "?";
+        throw dt::Error::User("conversion step \"" + funcname + "\" belongs to role \"" + who +
+                                  "\", whose code the conversion service does not run for other roles",
+                              "42501",
+                              "A conversion step is a function of the extension, of a superuser, or of the "
+                              "current user or a role it is a member of.");
+    }
     if (st == STEP_MISSING) dt::ErrorRaiseVA("P0016", "NAME%T", funcname);
     if (st == STEP_NOT_TEXT)
         throw dt::Error::User("conversion step \"" + funcname + "\" must be a function returning text",

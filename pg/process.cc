@@ -1,15 +1,15 @@
 #include "boundary.h"
 #include "process.h"
 
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
+#include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <vector>
 
+#include "childprocess.h"
 #include "commandline.h"
 
 extern "C" {
@@ -27,56 +27,40 @@ void RequireRole(Oid role, const char *rolename, const std::string &what) {
                               std::string("Only superusers and members of ") + rolename + " may do this.");
 }
 
+bool IsExecutableFile(const std::string &path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && access(path.c_str(), X_OK) == 0;
+}
+
+std::string ServerSearchPath() {
+    const char *p = getenv("PATH");
+    return p && *p ? p : "/usr/local/bin:/usr/bin:/bin";
+}
+
 int RunCommandOnFile(const std::string &format, const std::string &file,
                      const std::string &extra_env, const char *funcname) {
     RequireRole(ROLE_PG_EXECUTE_SERVER_PROGRAM, "pg_execute_server_program",
                 std::string("run a program with ") + funcname);
     std::vector<std::string> words = dt::SplitCommand(format, file);
-    std::vector<char *> argv;
-    for (auto &w : words) argv.push_back(&w[0]);
-    argv.push_back(nullptr);
-
-    std::vector<std::string> envs;
+    dt::ChildRun run;
+    run.argv = words;
+    run.argv[0] = dt::FindProgram(words[0], "", ServerSearchPath(), IsExecutableFile);
+    if (run.argv[0].empty())
+        throw dt::Error::User("could not run \"" + words[0] + "\": " + std::strerror(ENOENT), "58P01");
+    // The user's own command: the server's environment (with the extra
+    // entry in place of one of the same name), no sandbox, and the server's
+    // standard output.
     std::string key = extra_env.substr(0, extra_env.find('=') + 1);
     for (char **e = environ; *e; e++)
-        if (key.size() <= 1 || std::strncmp(*e, key.c_str(), key.size()) != 0) envs.emplace_back(*e);
-    if (!extra_env.empty()) envs.push_back(extra_env);
-    std::vector<char *> envp;
-    for (auto &e : envs) envp.push_back(&e[0]);
-    envp.push_back(nullptr);
-
-    posix_spawnattr_t attr;
-    posix_spawnattr_init(&attr);
-    sigset_t none, all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&attr, &none);
-    posix_spawnattr_setsigdefault(&attr, &all);
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    pid_t pid;
-    int rc = posix_spawnp(&pid, argv[0], nullptr, &attr, argv.data(), envp.data());
-    posix_spawnattr_destroy(&attr);
-    if (rc != 0)
-        throw dt::Error::User(std::string("could not run \"") + words[0] + "\": " + std::strerror(rc),
+        if (key.size() <= 1 || std::strncmp(*e, key.c_str(), key.size()) != 0) run.env.emplace_back(*e);
+    if (!extra_env.empty()) run.env.push_back(extra_env);
+    run.sandbox = false;
+    dt::ChildResult res = dt::RunChild(run);
+    if (!res.started)
+        throw dt::Error::User("could not run \"" + words[0] + "\" (" + res.failed + "): " +
+                                  std::strerror(res.error),
                               "58P01");
-    int status = 0;
-    for (;;) {
-        pid_t r = waitpid(pid, &status, WNOHANG);
-        if (r == pid) break;
-        if (r < 0 && errno != EINTR)
-            throw dt::Error::User(std::string("could not wait for \"") + words[0] + "\"", "58000");
-        try {
-            CheckInterrupts();
-        } catch (...) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            throw;
-        }
-        ServerCall([] { pg_usleep(10000L); });
-    }
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
-    if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
-    return -1;
+    return res.status;
 }
 
 }  // namespace dt::pg

@@ -1,7 +1,11 @@
-// Running a user-supplied command on a server file, without a shell.
+// Running programs on server files, without a shell.
 #pragma once
 
 #include <string>
+
+extern "C" {
+#include "postgres.h"
+}
 
 namespace dt::pg {
 
@@ -14,5 +18,11 @@ int RunCommandOnFile(const std::string &format, const std::string &file,
 
 // Superuser or membership in the given predefined role, else 42501.
 void RequireRole(Oid role, const char *rolename, const std::string &what);
+
+// Whether path is a regular file the server may execute.
+bool IsExecutableFile(const std::string &path);
+
+// The server's $PATH (a default when it has none).
+std::string ServerSearchPath();
 
 }  // namespace dt::pg

@@ -31,3 +31,45 @@ TEST(SplitCommand, BadCommands) {
     EXPECT_THROW(SplitCommand("   ", "/f"), Error);
     EXPECT_THROW(SplitCommand("cat 'x", "/f"), Error);
 }
+
+namespace {
+// A fake file system: these paths are executable programs.
+const std::vector<std::string> *fake_programs = nullptr;
+bool FakeExecutable(const std::string &p) {
+    for (const std::string &f : *fake_programs)
+        if (f == p) return true;
+    return false;
+}
+}  // namespace
+
+TEST(FindProgram, FilterDirectoryFirstThenSearchPath) {
+    V progs = {"/home/bin/deroff", "/usr/bin/deroff", "/usr/bin/detex", "/bin/format"};
+    fake_programs = &progs;
+    EXPECT_EQ(FindProgram("deroff", "/home/bin", "/usr/bin:/bin", FakeExecutable), "/home/bin/deroff");
+    // Missing from the filter directory: found under its bare name.
+    EXPECT_EQ(FindProgram("detex", "/home/bin", "/usr/bin:/bin", FakeExecutable), "/usr/bin/detex");
+    EXPECT_EQ(FindProgram("format", "/home/bin", "/usr/bin:/bin", FakeExecutable), "/bin/format");
+    EXPECT_EQ(FindProgram("format", "", "/usr/bin:/bin", FakeExecutable), "/bin/format");
+    EXPECT_EQ(FindProgram("nothere", "/home/bin", "/usr/bin:/bin", FakeExecutable), "");
+    // A name beginning with '/' is used as it stands.
+    EXPECT_EQ(FindProgram("/opt/x", "/home/bin", "/usr/bin", FakeExecutable), "/opt/x");
+    EXPECT_EQ(FindProgram("", "/home/bin", "/usr/bin", FakeExecutable), "");
+}
+
+TEST(FindProgram, OnlyAbsoluteSearchDirectories) {
+    V progs = {"./deroff", "deroff", "bin/deroff", "/usr/bin/deroff"};
+    fake_programs = &progs;
+    // Empty, "." and relative entries would find a program in the input's
+    // directory: skipped.
+    EXPECT_EQ(FindProgram("deroff", "", ":.:bin", FakeExecutable), "");
+    EXPECT_EQ(FindProgram("deroff", "", "::.:bin:/usr/bin", FakeExecutable), "/usr/bin/deroff");
+    // A relative name with a '/' is not searched for.
+    EXPECT_EQ(FindProgram("bin/deroff", "", "/usr/bin:.", FakeExecutable), "");
+}
+
+TEST(PathArgument, NeverAnOption) {
+    EXPECT_EQ(PathArgument("-rf"), "./-rf");
+    EXPECT_EQ(PathArgument("/tmp/-x"), "/tmp/-x");
+    EXPECT_EQ(PathArgument("a b"), "a b");
+    EXPECT_EQ(PathArgument(""), "");
+}

@@ -48,5 +48,5 @@ SELECT ''::doc;
 SELECT '/tmp/a:b'::doc;
 SELECT PrintExprTree('debian and not cluster');
 SELECT PrintExprTree('debian and !cluster');
-SELECT dt_FromText('x y', 'format(troff):t');
+SELECT dt_FromText('x y', 'format(nroffish):t');
 DROP TABLE notes;
