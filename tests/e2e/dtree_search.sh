@@ -7,7 +7,7 @@
 source "$(dirname "$0")/channel_common.bash"
 source "$(dirname "$0")/dtree_common.bash"
 N=${DTREE_SEARCH_DOCS:-3000}
-Q=${DTREE_SEARCH_QUERIES:-200}
+Q=${DTREE_SEARCH_QUERIES:-350}
 gloss_server "$WORK/g" "$N"
 q -c "CREATE TABLE g (id int, body doc)" \
   -c "INSERT INTO g SELECT i, gloss(i) FROM generate_series(1, $N) i" \
