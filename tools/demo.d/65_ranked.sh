@@ -17,10 +17,11 @@ SELECT ReadMetaTerms('notice_docs_body');
 EXPLAIN (COSTS OFF) SELECT id FROM notice_docs WHERE body @@ 'patent or license or grant'
  ORDER BY body <=> 'patent or license or grant' LIMIT 5;
 SELECT id, round((1 - (body <=> 'patent or license or grant'))::numeric, 4) AS weight,
-       left(regexp_replace(GetDocText(body), '\s+', ' ', 'g'), 60) AS starts
+       left(regexp_replace(substring(GetDocText(body) FROM '(?i)[^.:]*(?:patent|licen[cs]e|grant)[^.:]*'), '\s+', ' ', 'g'), 70) AS says
   FROM notice_docs WHERE body @@ 'patent or license or grant'
  ORDER BY body <=> 'patent or license or grant' LIMIT 5;
 -- Only the three best (an options prefix the index applies).
-SELECT r.weight, n.id FROM dt_RankContainsWords('notice_docs_body', '=3|warranty merchantability fitness') r
-  JOIN notice_docs n ON n.ctid = r.row_id;
+SELECT r.rank, round(r.weight::numeric, 4) AS weight, n.id
+  FROM dt_RankContainsWords('notice_docs_body', '=3|warranty merchantability fitness') WITH ORDINALITY r(row_id, weight, rank)
+  JOIN notice_docs n ON n.ctid = r.row_id ORDER BY r.rank;
 SQL
