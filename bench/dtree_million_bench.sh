@@ -120,18 +120,7 @@ SELECT 'two terms and', a.word || ' and ' || b.word, a.word || ' & ' || b.word
 UNION ALL
 SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
   FROM vocab a JOIN vocab b ON b.k = a.k + 100 JOIN vocab c ON c.k = a.k + 200 WHERE a.k <= 100;
-CREATE FUNCTION timings(kind text, tmpl text, col text) RETURNS float8[] LANGUAGE plpgsql AS $$
-DECLARE r record; t0 timestamptz; ms float8[] := '{}'; dummy bigint;
-BEGIN
-  FOR r IN EXECUTE format('SELECT %I AS q FROM queries WHERE kind = $1', col) USING kind LOOP
-    t0 := clock_timestamp();
-    EXECUTE tmpl INTO dummy USING r.q;
-    ms := ms || (extract(epoch FROM clock_timestamp() - t0) * 1000);
-  END LOOP;
-  RETURN ms;
-END $$;
-CREATE FUNCTION pct(a float8[], p float8) RETURNS float8 LANGUAGE sql AS
-$$ SELECT percentile_cont(p) WITHIN GROUP (ORDER BY x) FROM unnest(a) x $$;
+\i bench/timings.sql
 SQL
 {
 echo

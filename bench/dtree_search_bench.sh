@@ -45,18 +45,7 @@ UNION ALL
 SELECT 'and, and not', a.word || ' and ' || b.word || ' and !' || c.word, a.word || ' & ' || b.word || ' & !' || c.word
   FROM vocab a JOIN vocab b ON b.k = a.k + 400 JOIN vocab c ON c.k = a.k + 600 WHERE a.k <= 200;
 -- Milliseconds of each query of a kind, run by one SQL template ($1 the query).
-CREATE FUNCTION timings(kind text, tmpl text, col text) RETURNS float8[] LANGUAGE plpgsql AS $$
-DECLARE r record; t0 timestamptz; ms float8[] := '{}'; dummy bigint;
-BEGIN
-  FOR r IN EXECUTE format('SELECT %I AS q FROM queries WHERE kind = $1', col) USING kind LOOP
-    t0 := clock_timestamp();
-    EXECUTE tmpl INTO dummy USING r.q;
-    ms := ms || (extract(epoch FROM clock_timestamp() - t0) * 1000);
-  END LOOP;
-  RETURN ms;
-END $$;
-CREATE FUNCTION pct(a float8[], p float8) RETURNS float8 LANGUAGE sql AS
-$$ SELECT percentile_cont(p) WITHIN GROUP (ORDER BY x) FROM unnest(a) x $$;
+\i bench/timings.sql
 SQL
 n=$(psql -X -qtA -c "SELECT count(*) FROM gdocs")
 {

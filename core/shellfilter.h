@@ -16,10 +16,11 @@ struct ShellFilterRun {
 };
 
 // The run of `programFile` (a path to the program, see FindProgram) that
-// converts the file of the specification ifspec into that of ofspec.  The
-// directory is the input path's directory (path(), "/" for a file directly
-// under the root; the whole input path when it has no '/').  A relative
-// output path is taken from that directory, as the program sees it.
+// converts a file described by the format string ifspec into one described
+// by ofspec.  The directory is the input path's directory (path(), "/" for
+// a file directly under the root; the whole input path when it has no '/').
+// A relative output path is taken from that directory, as the program sees
+// it.
 ShellFilterRun ShellFilterPlan(const std::string &ifspec, const std::string &ofspec,
                                const std::string &programFile);
 

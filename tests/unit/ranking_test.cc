@@ -6,6 +6,7 @@
 #include <map>
 
 #include "error.h"
+#include "exprnodes.h"
 #include "rankfit.h"
 #include "ranking.h"
 #include "resultset.h"
@@ -14,22 +15,6 @@
 using namespace dt;
 
 namespace {
-
-DocExprNode *Leaf(ExprArena &a, const std::string &w, int op = EXPR_WORD) {
-    a.nodes.emplace_back();
-    DocExprNode *n = &a.nodes.back();
-    n->node_op = op;
-    n->node_word = w;
-    return n;
-}
-DocExprNode *Node(ExprArena &a, int op, DocExprNode *l, DocExprNode *r) {
-    a.nodes.emplace_back();
-    DocExprNode *n = &a.nodes.back();
-    n->node_op = op;
-    n->node_left = l;
-    n->node_right = r;
-    return n;
-}
 
 struct ParamsGuard {
     ParamsGuard() { ResetDocParams(); }
@@ -71,7 +56,7 @@ TEST(Ranking, SingleTermExample) {
     // stage-2 log odds is -6.08.
     ParamsGuard g;
     ExprArena a;
-    DocExprNode *w = Leaf(a, "dog");
+    DocExprNode *w = Word(a, "dog");
     w->node_doccnt = 10;
     w->node_wordcnt = 50;
     ResultTable t;
@@ -85,7 +70,7 @@ TEST(Ranking, SingleTermExample) {
 TEST(Ranking, MatchesTheFormula) {
     ParamsGuard g;
     ExprArena a;
-    DocExprNode *x = Leaf(a, "x"), *y = Leaf(a, "y");
+    DocExprNode *x = Word(a, "x"), *y = Word(a, "y");
     x->node_querycnt = 2;
     x->node_doccnt = 3;
     x->node_wordcnt = 7;
@@ -111,7 +96,7 @@ TEST(Ranking, MatchesTheFormula) {
 TEST(Ranking, NoHitsAndNonWordHits) {
     ParamsGuard g;
     ExprArena a;
-    DocExprNode *all = Leaf(a, "", EXPR_ALL);
+    DocExprNode *all = Word(a, "", EXPR_ALL);
     ResultTable t;
     t.entries.push_back(ResultEntry{MakeRowKey(0, 1), 5, 0, 0, 0.0});
     t.entries.push_back(ResultEntry{MakeRowKey(0, 2), 5, 0, 1, 0.0});
@@ -124,7 +109,7 @@ TEST(Ranking, NoHitsAndNonWordHits) {
 TEST(Ranking, ExprCountTakesNotNodesWhole) {
     // a and (b or not x): a, b and the NOT node itself, not x.
     ExprArena a;
-    DocExprNode *na = Leaf(a, "a"), *nb = Leaf(a, "b"), *nx = Leaf(a, "x");
+    DocExprNode *na = Word(a, "a"), *nb = Word(a, "b"), *nx = Word(a, "x");
     na->node_querycnt = 2;
     nb->node_querycnt = 3;
     nx->node_querycnt = 100;
@@ -221,7 +206,7 @@ TEST(ResultEntries, LeafCountsAndRepeats) {
     // Row 2 holds "cat" twice (an added term is a posting of its own).
     f.terms["cat"] = {{R(1), 3, 10}, {R(2), 1, 20}, {R(2), 2, 20}};
     ExprArena a;
-    DocExprNode *cat = Leaf(a, "cat");
+    DocExprNode *cat = Word(a, "cat");
     ResultTable t = EvaluateEntries(cat, f.Source());
     ASSERT_EQ(t.entries.size(), 2u);
     EXPECT_EQ(cat->node_doccnt, 2);
@@ -238,7 +223,7 @@ TEST(ResultEntries, SetAlgebraKeepsHits) {
     f.terms["b"] = {{R(2), 4, 5}, {R(4), 1, 5}};
     f.terms["c"] = {{R(3), 1, 5}};
     ExprArena ar;
-    DocExprNode *a = Leaf(ar, "a"), *b = Leaf(ar, "b"), *c = Leaf(ar, "c");
+    DocExprNode *a = Word(ar, "a"), *b = Word(ar, "b"), *c = Word(ar, "c");
     // (a or b) andnot c
     ResultTable t = EvaluateEntries(Node(ar, EXPR_ANDNOT, Node(ar, EXPR_OR, a, b), c), f.Source());
     std::vector<int> rows, nh;
@@ -258,7 +243,7 @@ TEST(ResultEntries, AndSkipsRightWhenLeftEmpty) {
     FakeIndex f;
     f.terms["b"] = {{R(1), 1, 1}};
     ExprArena ar;
-    ResultTable t = EvaluateEntries(Node(ar, EXPR_AND, Leaf(ar, "zzz"), Leaf(ar, "b")), f.Source());
+    ResultTable t = EvaluateEntries(Node(ar, EXPR_AND, Word(ar, "zzz"), Word(ar, "b")), f.Source());
     EXPECT_TRUE(t.entries.empty());
     EXPECT_EQ(f.asked, (std::vector<std::string>{"zzz"}));
 }
@@ -267,14 +252,14 @@ TEST(ResultEntries, AllHasNoHitsAndOtherNodesRaise) {
     FakeIndex f;
     f.all = {{R(1), 4, 4}, {R(5), 2, 2}};
     ExprArena ar;
-    DocExprNode *all = Leaf(ar, "", EXPR_ALL);
+    DocExprNode *all = Word(ar, "", EXPR_ALL);
     ResultTable t = EvaluateEntries(all, f.Source());
     ASSERT_EQ(t.entries.size(), 2u);
     EXPECT_EQ(t.entries[0].nhits, 0u);
     EXPECT_EQ(all->node_doccnt, 2);
     EXPECT_TRUE(EvaluateEntries(nullptr, f.Source()).entries.empty());
     try {
-        EvaluateEntries(Leaf(ar, "x", EXPR_STOPWORD), f.Source());
+        EvaluateEntries(Word(ar, "x", EXPR_STOPWORD), f.Source());
         FAIL();
     } catch (const Error &e) {
         EXPECT_EQ(e.code(), "XD00B");
@@ -343,7 +328,7 @@ TEST(RankFit, LearnsBothStagesAndRanksRelevantFirst) {
     // Documents where the judged relevant ones hold the rare term often:
     // the learned model must weigh them above the others.
     ExprArena a;
-    DocExprNode *rare = Leaf(a, "rare"), *common = Leaf(a, "common");
+    DocExprNode *rare = Word(a, "rare"), *common = Word(a, "common");
     rare->node_doccnt = 50;
     rare->node_wordcnt = 200;
     common->node_doccnt = 900;

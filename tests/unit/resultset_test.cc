@@ -4,26 +4,12 @@
 #include <map>
 
 #include "error.h"
+#include "exprnodes.h"
 #include "resultset.h"
 
 using namespace dt;
 
 namespace {
-DocExprNode *Word(ExprArena &a, const std::string &w) {
-    a.nodes.emplace_back();
-    DocExprNode *n = &a.nodes.back();
-    n->node_op = EXPR_WORD;
-    n->node_word = w;
-    return n;
-}
-DocExprNode *Node(ExprArena &a, int op, DocExprNode *l, DocExprNode *r) {
-    a.nodes.emplace_back();
-    DocExprNode *n = &a.nodes.back();
-    n->node_op = op;
-    n->node_left = l;
-    n->node_right = r;
-    return n;
-}
 struct Fake {
     std::map<std::string, RowSet> terms;
     RowSet all;
