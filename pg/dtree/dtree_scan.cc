@@ -43,8 +43,8 @@ struct DtScanState {
     int64 furthest;     // the furthest row handed out, or -1
     IndexScanDesc scan;
     dt::RankedCursor cursor;
-    // Scans with ORDER BY are listed while they exist, so that the
-    // distance of the row just returned can be found by its query.
+    // Scans with ORDER BY are listed while they exist, so that
+    // doc <=> query can find the distance of a row they handed out.
     int norderbys;
     text **orderQueries;  // in cxt
     uint64 stamp;         // when it last returned a row
@@ -64,17 +64,18 @@ void Unlist(void *arg) {
     st->prev = st->next = nullptr;
 }
 
+// The scan's conditions (the caller has made sure none is null).
 std::vector<dt::pg::ScanCondition> Conditions(IndexScanDesc scan) {
     std::vector<dt::pg::ScanCondition> conds;
     for (int k = 0; k < scan->numberOfKeys; k++) {
         ScanKey sk = &scan->keyData[k];
-        if (sk->sk_flags & SK_ISNULL) return {};  // strict operators: nothing matches
         if (sk->sk_strategy < 1 || sk->sk_strategy > 3) dt::ErrorRaiseVA("XD003");
         conds.push_back(dt::pg::ScanCondition{(int)sk->sk_strategy, sk->sk_argument});
     }
     return conds;
 }
 
+// A null condition matches nothing (the search operators are strict).
 bool AnyNullKey(IndexScanDesc scan) {
     for (int k = 0; k < scan->numberOfKeys; k++)
         if (scan->keyData[k].sk_flags & SK_ISNULL) return true;
