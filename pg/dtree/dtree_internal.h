@@ -13,12 +13,6 @@ extern "C" {
 #include "dtree_page.h"
 #include "postingcodec.h"
 
-// Writers (inserts, AddIndexTerms, VACUUM, the checker) run one at a time
-// per index: a heavyweight lock on the meta page's number.  Scans take no
-// such lock.
-void DtLockWriters(Relation index);
-void DtUnlockWriters(Relation index);
-
 // The leaf whose range holds key, from root down (moving right where a
 // high key says so); path, when given, gets the internal pages passed and
 // *depth their number.  InvalidBlockNumber when root is.
@@ -34,7 +28,8 @@ DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *l
 DtPostingIter *DtBeginDocList(Relation index);
 
 // Adds one posting to key's entry (made when missing) and the deltas to
-// the meta counters, in one WAL record.  The caller holds the writers' lock.
+// the meta counters, in one WAL record.  Takes buffer locks only; any
+// number of inserts, scans and VACUUM may run at the same time.
 void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Posting *p, int32 dterms, int32 ddocs);
 
 // A document's terms for indexing, sorted in byte order.

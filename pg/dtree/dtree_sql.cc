@@ -73,13 +73,11 @@ static void DtAddIndexTermsC(text *name, ItemPointer tid, char **words, int nwor
         if (DtSkipTo(it, tid, &p) && ItemPointerEquals(&p.tid, tid)) wordcnt = p.wordcnt;
         DtEndPostings(it);
         uint64 t48 = dt::MakeTid48(ItemPointerGetBlockNumber(tid), ItemPointerGetOffsetNumber(tid));
-        DtLockWriters(index);
         for (int i = 0; i < nwords; i++) {
             CHECK_FOR_INTERRUPTS();
             dt::Posting post = {t48, 1, wordcnt};
             DtInsertPosting(index, words[i], (int) strlen(words[i]), &post, 1, 0);
         }
-        DtUnlockWriters(index);
     }
     table_close(heap, AccessShareLock);
     relation_close(index, RowExclusiveLock);

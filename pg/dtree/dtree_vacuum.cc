@@ -253,7 +253,6 @@ IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult
     Page img = DtPageImage();
     while (blk != InvalidBlockNumber) {
         vacuum_delay_point();
-        DtLockWriters(index);
         Buffer lbuf = ReadBufferExtended(index, MAIN_FORKNUM, blk, RBM_NORMAL, info->strategy);
         LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
         DtCheckPage(index, BufferGetPage(lbuf), blk, DT_LEAF);
@@ -268,7 +267,6 @@ IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult
             DtDropEmptyChain(index, lbuf, img, off);
         }
         UnlockReleaseBuffer(lbuf);
-        DtUnlockWriters(index);
         blk = next;
     }
     pfree(img);
