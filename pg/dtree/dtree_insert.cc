@@ -187,23 +187,20 @@ static Buffer DtLockLeaf(Relation index, BlockNumber blk, const char *key, int k
         Buffer buf = ReadBuffer(index, blk);
         LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
         Page page = BufferGetPage(buf);
-        DtCheckPage(index, page, blk, DT_LEAF);
-        if (!DtBeyondHighKey(page, key, keylen)) return buf;
-        // The leaf split after the descent left its parent.
+        DtCheckPage(index, page, blk, DT_LEAF | DT_DELETED);
+        if (!(DtPageGetOpaque(page)->flags & DT_DELETED) && !DtBeyondHighKey(page, key, keylen)) return buf;
+        // The leaf split (or, empty, left the tree) after the descent left
+        // its parent.
         blk = DtPageGetOpaque(page)->rightlink;
         UnlockReleaseBuffer(buf);
     }
 }
 
-// The internal page holding the downlink to child, exclusively locked: the
-// page start (the child's parent when the descent passed it) or one to its
-// right, where a split of the parent moved the downlink.  Tree pages keep
-// their level for good, so the search always ends on that level.
-static Buffer DtLockParent(Relation index, BlockNumber start, BlockNumber child) {
+Buffer DtLockParent(Relation index, BlockNumber start, BlockNumber child, int mode, bool missing_ok) {
     BlockNumber blk = start;
     while (blk != InvalidBlockNumber) {
         Buffer buf = ReadBuffer(index, blk);
-        LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
+        LockBuffer(buf, mode);
         Page page = BufferGetPage(buf);
         DtCheckPage(index, page, blk, DT_INTERNAL);
         OffsetNumber max = PageGetMaxOffsetNumber(page);
@@ -212,6 +209,7 @@ static Buffer DtLockParent(Relation index, BlockNumber start, BlockNumber child)
         blk = DtPageGetOpaque(page)->rightlink;
         UnlockReleaseBuffer(buf);
     }
+    if (missing_ok) return InvalidBuffer;
     ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
                     errmsg("dtree index \"%s\": no internal page right of block %u has a downlink to block %u",
                            RelationGetRelationName(index), start, child)));
@@ -240,7 +238,7 @@ static void DtSplitLocked(Relation index, Buffer buf, const BlockNumber *path, i
                 return;
             }
         } else {
-            pbuf = DtLockParent(index, path[level - 1], blk);
+            pbuf = DtLockParent(index, path[level - 1], blk, BUFFER_LOCK_EXCLUSIVE, false);
             if (DtFreeSpace(BufferGetPage(pbuf)) < dt::dtree::MaxDownlinkSpace()) {
                 UnlockReleaseBuffer(buf);
                 buf = pbuf;

@@ -17,6 +17,13 @@ extern "C" {
 // high key says so); path, when given, gets the internal pages passed and
 // *depth their number.  InvalidBlockNumber when root is.
 BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int keylen, BlockNumber *path, int *depth);
+// The internal page holding the downlink to child, locked in mode: the
+// page start (the child's parent when a descent passed it) or one to its
+// right, where a split of the parent moved the downlink.  Tree pages keep
+// their level for good, so the search stays on that level.  Raises
+// index-corrupted when no page has it, or returns InvalidBuffer if
+// missing_ok.
+Buffer DtLockParent(Relation index, BlockNumber start, BlockNumber child, int mode, bool missing_ok);
 // The leftmost leaf, or InvalidBlockNumber for an empty tree.
 BlockNumber DtLeftmostLeaf(Relation index);
 

@@ -29,9 +29,13 @@ BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int key
         Buffer buf = ReadBuffer(index, blk);
         LockBuffer(buf, BUFFER_LOCK_SHARE);
         Page page = BufferGetPage(buf);
-        DtCheckPage(index, page, blk, DT_LEAF | DT_INTERNAL);
+        DtCheckPage(index, page, blk, DT_LEAF | DT_INTERNAL | DT_DELETED);
         BlockNumber next;
-        if (DtBeyondHighKey(page, key, keylen)) {
+        if (DtPageGetOpaque(page)->flags & DT_DELETED) {
+            // An empty leaf that VACUUM took out of the tree after the
+            // downlink was read: its right sibling took over its keys.
+            next = DtPageGetOpaque(page)->rightlink;
+        } else if (DtBeyondHighKey(page, key, keylen)) {
             next = DtPageGetOpaque(page)->rightlink;
         } else if (DtPageGetOpaque(page)->flags & DT_INTERNAL) {
             if (d >= DT_MAX_HEIGHT - 1) elog(ERROR, "dtree: tree too high");
@@ -63,9 +67,10 @@ DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *l
         Buffer buf = ReadBuffer(index, blk);
         LockBuffer(buf, BUFFER_LOCK_SHARE);
         Page page = BufferGetPage(buf);
-        DtCheckPage(index, page, blk, DT_LEAF);
-        if (DtBeyondHighKey(page, key, keylen)) {
-            // The leaf split after the descent left it.
+        DtCheckPage(index, page, blk, DT_LEAF | DT_DELETED);
+        if ((DtPageGetOpaque(page)->flags & DT_DELETED) || DtBeyondHighKey(page, key, keylen)) {
+            // The leaf split (or, empty, left the tree) after the descent
+            // left it.
             blk = DtPageGetOpaque(page)->rightlink;
             UnlockReleaseBuffer(buf);
             continue;

@@ -285,8 +285,10 @@ static void DtVacuumChain(Relation index, BlockNumber leafblk, const char *key, 
         CHECK_FOR_INTERRUPTS();
         Buffer lbuf = ReadBufferExtended(index, MAIN_FORKNUM, leafblk, RBM_NORMAL, strategy);
         LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
-        while (DtBeyondHighKey(BufferGetPage(lbuf), key, keylen)) {
-            DtCheckPage(index, BufferGetPage(lbuf), leafblk, DT_LEAF);
+        for (;;) {
+            Page lp = BufferGetPage(lbuf);
+            DtCheckPage(index, lp, leafblk, DT_LEAF | DT_DELETED);
+            if (!(DtPageGetOpaque(lp)->flags & DT_DELETED) && !DtBeyondHighKey(lp, key, keylen)) break;
             leafblk = DtPageGetOpaque(BufferGetPage(lbuf))->rightlink;
             UnlockReleaseBuffer(lbuf);
             lbuf = ReadBufferExtended(index, MAIN_FORKNUM, leafblk, RBM_NORMAL, strategy);
@@ -322,6 +324,92 @@ static void DtVacuumChain(Relation index, BlockNumber leafblk, const char *key, 
     pfree(img);
 }
 
+// Takes the empty leaf target (high key hikey) out of the tree, if it lies
+// between two siblings under one parent: the left sibling links past it,
+// and the parent's downlink to it leads to the right sibling instead, whose
+// own downlink goes, so that the right sibling takes over the target's keys.
+// One record of three pages, locked leaves left to right, then the parent.
+// The page is marked deleted and keeps its right link: a reader or writer
+// that still arrives on it (by a downlink or right link read before) moves
+// right, where its keys now are.  It is recycled once no transaction that
+// could have read a link to it is running.  False when the leaf is not
+// deleted (not empty any more, the leftmost or rightmost child of its
+// parent, the tree's only leaf, or changed meanwhile).
+static bool DtUnlinkEmptyLeaf(Relation index, BlockNumber target, const char *hikey, int hilen) {
+    DtMetaExtra x;
+    DtReadMetaPage(index, NULL, &x);
+    if (x.root == InvalidBlockNumber || x.height < 2) return false;
+    // The parent as a descent to the right sibling's keys passes it.
+    BlockNumber path[DT_MAX_HEIGHT];
+    int depth = 0;
+    DtDescend(index, x.root, hikey, hilen, path, &depth);
+    if (depth == 0) return false;
+    BlockNumber left = InvalidBlockNumber, right = InvalidBlockNumber, pblk = InvalidBlockNumber;
+    {
+        Buffer pbuf = DtLockParent(index, path[depth - 1], target, BUFFER_LOCK_SHARE, true);
+        if (pbuf == InvalidBuffer) return false;
+        Page pp = BufferGetPage(pbuf);
+        for (OffsetNumber off = DtFirstDataOffset(pp) + 1; off < PageGetMaxOffsetNumber(pp); off++)
+            if (DtPageItem(pp, off)->value == target) {
+                left = DtPageItem(pp, off - 1)->value;
+                right = DtPageItem(pp, off + 1)->value;
+                break;
+            }
+        pblk = BufferGetBlockNumber(pbuf);
+        UnlockReleaseBuffer(pbuf);
+    }
+    if (left == InvalidBlockNumber) return false;
+    Buffer lbuf = ReadBuffer(index, left);
+    LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
+    Page lp = BufferGetPage(lbuf);
+    DtCheckPage(index, lp, left, DT_LEAF);
+    if (DtPageGetOpaque(lp)->rightlink != target) {
+        UnlockReleaseBuffer(lbuf);
+        return false;
+    }
+    Buffer tbuf = ReadBuffer(index, target);
+    LockBuffer(tbuf, BUFFER_LOCK_EXCLUSIVE);
+    Page tp = BufferGetPage(tbuf);
+    DtCheckPage(index, tp, target, DT_LEAF);
+    DtPageOpaque *top = DtPageGetOpaque(tp);
+    bool ok = !(top->flags & DT_RIGHTMOST) && top->rightlink == right && PageGetMaxOffsetNumber(tp) == FirstOffsetNumber;
+    Buffer pbuf = ok ? DtLockParent(index, pblk, target, BUFFER_LOCK_EXCLUSIVE, true) : InvalidBuffer;
+    OffsetNumber at = InvalidOffsetNumber;
+    if (pbuf != InvalidBuffer) {
+        Page pp = BufferGetPage(pbuf);
+        for (OffsetNumber off = DtFirstDataOffset(pp) + 1; off < PageGetMaxOffsetNumber(pp); off++)
+            if (DtPageItem(pp, off)->value == target) {
+                if (DtPageItem(pp, off - 1)->value == left && DtPageItem(pp, off + 1)->value == right) at = off;
+                break;
+            }
+    }
+    if (at == InvalidOffsetNumber) {
+        if (pbuf != InvalidBuffer) UnlockReleaseBuffer(pbuf);
+        UnlockReleaseBuffer(tbuf);
+        UnlockReleaseBuffer(lbuf);
+        return false;
+    }
+    Page limg = DtPageImage(), timg = DtPageImage(), pimg = DtPageImage();
+    DtCopyPage(limg, lbuf);
+    DtPageGetOpaque(limg)->rightlink = right;
+    DtCopyPage(timg, tbuf);
+    DtMarkDeleted(timg);
+    DtPageGetOpaque(timg)->rightlink = right;
+    DtCopyPage(pimg, pbuf);
+    DtPageItem(pimg, at)->value = right;
+    PageIndexTupleDelete(pimg, OffsetNumberNext(at));
+    Buffer bufs[3] = {lbuf, tbuf, pbuf};
+    Page imgs[3] = {limg, timg, pimg};
+    DtWritePages(index, 3, bufs, imgs, NULL);
+    UnlockReleaseBuffer(pbuf);
+    UnlockReleaseBuffer(tbuf);
+    UnlockReleaseBuffer(lbuf);
+    pfree(limg);
+    pfree(timg);
+    pfree(pimg);
+    return true;
+}
+
 IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult *stats,
                                     IndexBulkDeleteCallback callback, void *callback_state) {
     Relation index = info->index;
@@ -342,6 +430,16 @@ IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult
         DtVacuumInline(index, lbuf, img, callback, callback_state, stats);
         // The keys of the chain entries, done after the leaf is released.
         int nchains = 0;
+        bool rightmost = DtPageGetOpaque(img)->flags & DT_RIGHTMOST;
+        int nitems = PageGetMaxOffsetNumber(img) - DtFirstDataOffset(img) + 1;
+        char *hikey = NULL;
+        int hilen = 0;
+        if (!rightmost) {
+            DtItemHeader *hk = DtPageItem(img, FirstOffsetNumber);
+            hilen = hk->keylen;
+            hikey = (char *) palloc(hilen + 1);
+            memcpy(hikey, DtItemKey(hk), hilen);
+        }
         char **keys = (char **) palloc(sizeof(char *) * (PageGetMaxOffsetNumber(img) + 1));
         int *lens = (int *) palloc(sizeof(int) * (PageGetMaxOffsetNumber(img) + 1));
         for (OffsetNumber off = DtFirstDataOffset(img); off <= PageGetMaxOffsetNumber(img); off++) {
@@ -358,6 +456,12 @@ IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult
         }
         pfree(keys);
         pfree(lens);
+        // A leaf left with chain entries only may now be empty.
+        if (!rightmost && nitems == nchains && DtUnlinkEmptyLeaf(index, blk, hikey, hilen)) {
+            stats->pages_deleted++;
+            stats->pages_newly_deleted++;
+        }
+        if (hikey) pfree(hikey);
         blk = next;
     }
     pfree(img);
