@@ -5,6 +5,7 @@
 #   make demo     the main job: install, private server, a sample session
 #   make check    install, then every test (unit, SQL suites, end to end)
 #   make bench    benchmarks; figures go to bench/results/
+#   make eval     ranking quality on the CISI collection (bench/results/ranking.txt)
 SHELL := /bin/bash
 BUILD ?= build
 JOBS ?= $(shell nproc)
@@ -30,7 +31,7 @@ LOCK = flock $(PGROOT).lock
 endif
 export PGBIN := $(patsubst %/,%,$(dir $(PG_CONFIG)))
 
-.PHONY: deps build install demo check bench clean _install _demo _check _bench
+.PHONY: deps build install demo check bench eval clean _install _demo _check _bench _eval
 
 deps:
 	@missing=""; for p in $(DEB_PACKAGES); do \
@@ -58,6 +59,10 @@ check: build
 bench: build
 	$(LOCK) $(MAKE) --no-print-directory _bench
 
+# Ranking quality on the CISI collection (CISI_DIR, default ../shared/eval/cisi).
+eval: build
+	$(LOCK) $(MAKE) --no-print-directory _eval
+
 _install:
 	CMAKE_INSTALL_ALWAYS=1 cmake --install $(BUILD) >/dev/null
 
@@ -69,6 +74,9 @@ _check: _install
 
 _bench: _install
 	tools/pgserver.sh bench/run.sh $(BUILD)
+
+_eval: _install
+	DOC_BUILD=$(BUILD) tools/pgserver.sh bench/eval.sh
 
 clean:
 	rm -rf $(BUILD)

@@ -28,13 +28,7 @@ export PGOPTIONS="-c client_min_messages=warning"
 psql -X -q -v ON_ERROR_STOP=1 -f bench/bench_seconds.sql
 psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
 CREATE EXTENSION document;
-CREATE TABLE gloss_lines (id bigint GENERATED ALWAYS AS IDENTITY, line text);
-COPY gloss_lines (line) FROM '/usr/share/wordnet/data.noun'
-    WITH (FORMAT csv, DELIMITER E'\x1f', QUOTE E'\x1e');
-CREATE TABLE glosses AS
-SELECT row_number() OVER (ORDER BY id) AS id, split_part(line, ' | ', 2) AS txt
-  FROM gloss_lines WHERE line NOT LIKE ' %' AND split_part(line, ' | ', 2) <> '';
-DROP TABLE gloss_lines;
+\i bench/glosses.sql
 SQL
 
 # One client file per gloss, ending in a newline.

@@ -17,13 +17,7 @@ export PGDATABASE=$db
 export PGOPTIONS="-c client_min_messages=warning -c max_parallel_workers_per_gather=0"
 psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
 CREATE EXTENSION document;
-CREATE TABLE gloss_lines (id bigint GENERATED ALWAYS AS IDENTITY, line text);
-COPY gloss_lines (line) FROM '/usr/share/wordnet/data.noun'
-    WITH (FORMAT csv, DELIMITER E'\x1f', QUOTE E'\x1e');
-CREATE TABLE glosses AS
-SELECT row_number() OVER (ORDER BY id) AS id, split_part(line, ' | ', 2) AS txt
-  FROM gloss_lines WHERE line NOT LIKE ' %' AND split_part(line, ' | ', 2) <> '';
-DROP TABLE gloss_lines;
+\i bench/glosses.sql
 CREATE TABLE gdocs AS SELECT id, dt_FromText(txt) AS body FROM glosses;
 CREATE TABLE gtsv AS SELECT id, to_tsvector('english', txt) AS tsv FROM glosses;
 CREATE INDEX gdocs_dt ON gdocs USING dtree (body);

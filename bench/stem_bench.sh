@@ -13,15 +13,11 @@ export PGDATABASE=$db
 psql -X -q -v ON_ERROR_STOP=1 -f bench/bench_seconds.sql
 psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
 CREATE EXTENSION document;
-CREATE TABLE gloss_lines (id bigint GENERATED ALWAYS AS IDENTITY, line text);
-COPY gloss_lines (line) FROM '/usr/share/wordnet/data.noun'
-    WITH (FORMAT csv, DELIMITER E'\x1f', QUOTE E'\x1e');
--- The glosses (after " | ") of the first synsets, up to 1.3 MB of text.
+\i bench/glosses.sql
+-- The first glosses, up to 1.3 MB of text.
 CREATE TABLE bench_text AS
-SELECT string_agg(g, E'\n' ORDER BY id) AS t
-  FROM (SELECT id, g, sum(length(g) + 1) OVER (ORDER BY id) AS total
-          FROM (SELECT id, split_part(line, ' | ', 2) AS g FROM gloss_lines
-                 WHERE line NOT LIKE ' %') s) r
+SELECT string_agg(txt, E'\n' ORDER BY id) AS t
+  FROM (SELECT id, txt, sum(length(txt) + 1) OVER (ORDER BY id) AS total FROM glosses) r
  WHERE total <= 1300000;
 -- The words of the text, for StemWord per call.
 CREATE TABLE bench_words AS

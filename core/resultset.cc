@@ -61,4 +61,118 @@ RowSet EvaluateRows(const DocExprNode *tree, const RowSource &src) {
     return Eval(tree, src, 0);
 }
 
+namespace {
+
+// Appends e (with its hits from `from`) to out; when both is given, the
+// hits of the second entry follow and its word count wins.
+void PutEntry(ResultTable &out, const ResultTable &from, const ResultEntry &e, const ResultTable *from2,
+              const ResultEntry *e2) {
+    ResultEntry n = e;
+    n.firstHit = (uint32_t)out.hits.size();
+    out.hits.insert(out.hits.end(), from.hits.begin() + e.firstHit, from.hits.begin() + e.firstHit + e.nhits);
+    if (e2) {
+        out.hits.insert(out.hits.end(), from2->hits.begin() + e2->firstHit,
+                        from2->hits.begin() + e2->firstHit + e2->nhits);
+        n.wordcnt = e2->wordcnt;
+    }
+    n.nhits = (uint32_t)(out.hits.size() - n.firstHit);
+    out.entries.push_back(n);
+}
+
+enum class SetOp { kOr, kAnd, kAndNot };
+
+ResultTable Combine(const ResultTable &a, const ResultTable &b, SetOp op) {
+    ResultTable out;
+    out.entries.reserve(op == SetOp::kOr ? a.entries.size() + b.entries.size() : a.entries.size());
+    out.hits.reserve(op == SetOp::kAndNot ? a.hits.size() : a.hits.size() + b.hits.size());
+    size_t i = 0, j = 0;
+    const auto &ae = a.entries, &be = b.entries;
+    while (i < ae.size() && j < be.size()) {
+        if ((i & 4095) == 0) PollInterrupts();
+        if (ae[i].row < be[j].row) {
+            if (op != SetOp::kAnd) PutEntry(out, a, ae[i], nullptr, nullptr);
+            i++;
+        } else if (be[j].row < ae[i].row) {
+            if (op == SetOp::kOr) PutEntry(out, b, be[j], nullptr, nullptr);
+            j++;
+        } else {
+            if (op != SetOp::kAndNot) PutEntry(out, a, ae[i], &b, &be[j]);
+            i++;
+            j++;
+        }
+    }
+    if (op != SetOp::kAnd)
+        for (; i < ae.size(); i++) PutEntry(out, a, ae[i], nullptr, nullptr);
+    if (op == SetOp::kOr)
+        for (; j < be.size(); j++) PutEntry(out, b, be[j], nullptr, nullptr);
+    return out;
+}
+
+ResultTable Leaf(DocExprNode *leaf, const LeafPostings &postings, bool withHits) {
+    ResultTable out;
+    out.entries.reserve(postings.size());
+    if (withHits) out.hits.reserve(postings.size());
+    int64_t wordcnt = 0;
+    size_t k = 0;
+    while (k < postings.size()) {
+        if ((k & 4095) == 0) PollInterrupts();
+        size_t end = k + 1;
+        while (end < postings.size() && postings[end].row == postings[k].row) end++;
+        ResultEntry e{postings[k].row, postings[k].wordcnt, (uint32_t)out.hits.size(), 0, 0.0};
+        if (withHits) {
+            // The latest posting of a row first, as each one is put in front.
+            for (size_t m = end; m-- > k;) {
+                out.hits.push_back(TermHit{leaf, postings[m].count});
+                wordcnt += postings[m].count;
+            }
+            e.nhits = (uint32_t)(end - k);
+        }
+        out.entries.push_back(e);
+        k = end;
+    }
+    if (withHits) {
+        leaf->node_doccnt = (int)out.entries.size();
+        leaf->node_wordcnt = (int)wordcnt;
+    }
+    return out;
+}
+
+ResultTable EvalEntries(DocExprNode *n, const EntrySource &src, int depth) {
+    PollInterrupts();
+    if (depth > kMaxExprDepth) ErrorRaiseVA("XD00B", "OP%d", n->node_op);
+    switch (n->node_op) {
+    case EXPR_WORD:
+        return Leaf(n, src.postingsOfTerm(n->node_word), true);
+    case EXPR_ALL: {
+        ResultTable t = Leaf(n, src.allDocs(), false);
+        n->node_doccnt = (int)t.entries.size();
+        return t;
+    }
+    case EXPR_AND: {
+        ResultTable left = EvalEntries(n->node_left, src, depth + 1);
+        if (left.entries.empty()) return left;
+        return Combine(left, EvalEntries(n->node_right, src, depth + 1), SetOp::kAnd);
+    }
+    case EXPR_OR: {
+        ResultTable left = EvalEntries(n->node_left, src, depth + 1);
+        return Combine(left, EvalEntries(n->node_right, src, depth + 1), SetOp::kOr);
+    }
+    case EXPR_ANDNOT: {
+        ResultTable left = EvalEntries(n->node_left, src, depth + 1);
+        ResultTable right = EvalEntries(n->node_right, src, depth + 1);
+        if (right.entries.empty()) return left;
+        return Combine(left, right, SetOp::kAndNot);
+    }
+    default:
+        ErrorRaiseVA("XD00B", "OP%d", n->node_op);
+    }
+}
+
+}  // namespace
+
+ResultTable EvaluateEntries(DocExprNode *tree, const EntrySource &src) {
+    if (!tree) return {};
+    return EvalEntries(tree, src, 0);
+}
+
 }  // namespace dt

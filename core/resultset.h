@@ -39,4 +39,55 @@ struct RowSource {
 // raises XD00B "OP%d".
 RowSet EvaluateRows(const DocExprNode *tree, const RowSource &src);
 
+// ---- Result sets with what ranking needs -------------------------------------
+
+// A posting as a leaf reads it: the row, the term's occurrences in its
+// document, the document's word count.
+struct LeafPosting {
+    RowKey row;
+    int32_t count;
+    uint32_t wordcnt;
+};
+using LeafPostings = std::vector<LeafPosting>;  // row order; repeats of a row adjacent
+
+// A query leaf that matched a row, with the term's count in its document.
+struct TermHit {
+    const DocExprNode *leaf;
+    int32_t count;
+};
+
+// One row of a result: its hits are hits[firstHit, firstHit + nhits) of
+// the table.
+struct ResultEntry {
+    RowKey row;
+    uint32_t wordcnt;
+    uint32_t firstHit;
+    uint32_t nhits;
+    double weight;
+};
+
+struct ResultTable {
+    std::vector<ResultEntry> entries;  // row order, no repeats
+    std::vector<TermHit> hits;
+};
+
+// Where evaluation gets its leaves: the postings of a term, and every
+// indexed document with at least one term (count and word count as the
+// document list keeps them).  Both give only rows the caller may see.
+struct EntrySource {
+    std::function<LeafPostings(const std::string &term)> postingsOfTerm;
+    std::function<LeafPostings()> allDocs;
+};
+
+// The rows a rewritten tree matches, each with the leaves that matched it.
+// A word leaf makes one entry per row and one hit per posting (a row with
+// two postings of the term has two hits), and records in the leaf the rows
+// it found (node_doccnt) and the sum of their counts (node_wordcnt); ALL
+// makes entries without hits.  OR and AND keep, for a row of both sides,
+// the left side's hits followed by the right side's; ANDNOT keeps the left
+// side's entries that the right side lacks, with their hits.  AND skips its
+// right side when the left is empty.  Null tree: no rows.  Other node kinds
+// raise XD00B "OP%d".
+ResultTable EvaluateEntries(DocExprNode *tree, const EntrySource &src);
+
 }  // namespace dt

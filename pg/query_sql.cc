@@ -326,15 +326,22 @@ Datum QuerySel(FunctionCallInfo fcinfo, QueryKind kind) {
 
 }  // namespace
 
-dt::DocExprNode *dt::pg::SearchTree(dt::ExprArena &arena, int strategy, Datum argument) {
-    if (strategy == 3) {
-        const void *other = dt::pg::DocFromDatum(argument);
-        dt::pg::WordnetScope wn;
-        dt::pg::DocScanPtr scan = dt::pg::_dt_MakeDocDesc(other, true);
-        return dt::DocLikeQuery(arena, scan->desc->doc_wordhashtab);
+dt::DocExprNode *dt::pg::ScanTree(dt::ExprArena &arena, const std::vector<ScanCondition> &conditions,
+                                  dt::ScanCuts *cuts) {
+    dt::pg::WordnetScope wn;
+    std::vector<dt::DocExprNode *> trees;
+    for (const ScanCondition &c : conditions) {
+        if (c.strategy == 3) {
+            const void *other = dt::pg::DocFromDatum(c.argument);
+            dt::pg::DocScanPtr scan = dt::pg::_dt_MakeDocDesc(other, true);
+            trees.push_back(dt::_dt_MakeExprFromDoc(arena, scan->desc->doc_wordhashtab));
+            *cuts = dt::ScanCuts();
+        } else {
+            std::string text = TextDatumString(c.argument);
+            trees.push_back(dt::ScanConditionTree(arena, ServerQueryStemmer(), c.strategy, text.c_str(), cuts));
+        }
     }
-    std::string query = TextDatumString(argument);
-    return OneQuery(arena, strategy == 1 ? kContainsQuery : kWordListQuery, query);
+    return dt::ScanQueryTree(arena, ServerQueryStemmer(), trees);
 }
 
 // Contains(doc, query): whether the document matches a query of the query

@@ -4,6 +4,8 @@
 #   sql   regression suites tests/sql/sql/*.sql against tests/sql/expected/,
 #         run by pg_regress against a private server (each suite counts once)
 #   check tools/check-boundary.py: the C++/server boundary rules (counts once)
+#   iso   isolation specs tests/isolation/specs/*.spec against expected/*.out,
+#         run by the server's isolation tester (each spec counts once)
 #   e2e   tests/e2e/*.sh, each run against its own private server
 #         (each script counts once; a script prints its own checks)
 set -uo pipefail
@@ -59,6 +61,30 @@ if [ -n "$suites" ]; then
     if [ "$s_fail" != 0 ]; then
         failures+=("SQL suites (diffs: $out/sqlout/regression.diffs)")
         [ -f "$out/sqlout/regression.diffs" ] && head -100 "$out/sqlout/regression.diffs"
+    fi
+fi
+
+# ---- isolation specs ------------------------------------------------------------
+# Concurrent sessions (tests/isolation/specs/*.spec against expected/*.out),
+# run by the server's isolation tester against a private server.
+ISOLATION=$(dirname "$($PGBIN/pg_config --pgxs)")/../test/isolation/pg_isolation_regress
+specs=$(cd tests/isolation/specs 2>/dev/null && ls *.spec 2>/dev/null | sed 's/\.spec$//' | sort)
+if [ -n "$specs" ]; then
+    echo "== isolation specs"
+    cp -r tests/isolation "$out/isoin"
+    chmod -R a+rwX "$out"
+    tools/pgserver.sh "$ISOLATION" --inputdir="$out/isoin" --outputdir="$out/isoout" \
+        --bindir="$PGBIN" --dbname=doc_isolation --user=postgres --load-extension=document $specs >"$out/iso.log" 2>&1
+    grep -E '^(ok|not ok|test |     [a-z]| +[0-9]+ of|All|#)' "$out/iso.log" | sed 's/^/  /'
+    i_pass=$(grep -cE '^(ok |test .* \.\.\. ok)' "$out/iso.log")
+    i_fail=$(grep -cE '^(not ok |test .* \.\.\. FAILED)' "$out/iso.log")
+    total=$(echo $specs | wc -w)
+    if [ $((i_pass + i_fail)) -lt "$total" ]; then i_fail=$((total - i_pass)); fi
+    echo "isolation: $i_pass passed, $i_fail failed"
+    passed=$((passed + i_pass)); failed=$((failed + i_fail))
+    if [ "$i_fail" != 0 ]; then
+        failures+=("isolation specs (diffs: $out/isoout/regression.diffs)")
+        [ -f "$out/isoout/regression.diffs" ] && head -100 "$out/isoout/regression.diffs"
     fi
 fi
 

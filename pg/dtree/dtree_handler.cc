@@ -137,12 +137,13 @@ PG_FUNCTION_INFO_V1(pgdoc_dtree_handler);
 Datum pgdoc_dtree_handler(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         IndexAmRoutine *am = dt::pg::ServerCall([] { return makeNode(IndexAmRoutine); });
-        am->amstrategies = DT_NSTRATEGIES;
+        // Strategies 1 to 3 search; 4 orders by relevance (<=>).
+        am->amstrategies = DT_NSTRATEGIES + 1;
         am->amsupport = 0;
         am->amoptsprocnum = 0;
         am->amcanorder = false;
-        am->amcanorderbyop = false;
-        am->amcanbackward = false;
+        am->amcanorderbyop = true;
+        am->amcanbackward = true;
         am->amcanunique = false;
         // Accepted so that the build can refuse more than one column with
         // its own error.
@@ -176,8 +177,8 @@ Datum pgdoc_dtree_handler(PG_FUNCTION_ARGS) {
         am->amgettuple = dtgettuple;
         am->amgetbitmap = dtgetbitmap;
         am->amendscan = dtendscan;
-        am->ammarkpos = NULL;
-        am->amrestrpos = NULL;
+        am->ammarkpos = dtmarkpos;
+        am->amrestrpos = dtrestrpos;
         am->amestimateparallelscan = NULL;
         am->aminitparallelscan = NULL;
         am->amparallelrescan = NULL;

@@ -66,6 +66,8 @@ Relation DtOpenIndexByName(text *name, LOCKMODE lock);
 // The same for a regclass argument.
 Relation DtOpenIndexByOid(Oid relid, LOCKMODE lock);
 bool DtIsDtreeIndex(Relation rel);
+// Raises an error unless the user has the privilege on the index's table.
+void DtCheckTablePrivilege(Relation index, AclMode mode);
 
 // Access-method callbacks.
 IndexBuildResult *dtbuild(Relation heap, Relation index, IndexInfo *indexInfo);
@@ -81,6 +83,12 @@ void dtrescan(IndexScanDesc scan, ScanKey keys, int nkeys, ScanKey orderbys, int
 bool dtgettuple(IndexScanDesc scan, ScanDirection dir);
 int64 dtgetbitmap(IndexScanDesc scan, TIDBitmap *tbm);
 void dtendscan(IndexScanDesc scan);
+void dtmarkpos(IndexScanDesc scan);
+// The distance of the row last returned by a live dtree scan ordered by
+// doc <=> query (the latest such scan when several are): false when no
+// scan ordered by that query has a current row.
+bool DtCurrentDistance(const char *query, Size len, double *distance);
+void dtrestrpos(IndexScanDesc scan);
 void DtScanCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost *indexStartupCost,
                         Cost *indexTotalCost, Selectivity *indexSelectivity, double *indexCorrelation,
                         double *indexPages);

@@ -1,126 +1,215 @@
-// Scans of a dtree index: the whole query is evaluated at the first fetch
-// into a result set of row identifiers (each scan key's query tree leaf by
-// leaf over the postings of its terms, the keys joined by AND), then handed
-// out by amgettuple one row at a time or by amgetbitmap at once.  The index
-// does not know visibility: the executor checks each row against the
-// scan's snapshot, as it does for every index.
+// Scans of a dtree index.  The first fetch evaluates the whole query (the
+// conditions' query trees joined by AND, rewritten once) into a result
+// set; amgettuple then hands the rows out in rank order (falling weight,
+// cut to the row count or weight threshold the query's options prefix
+// asks for), forward and backward, with mark and restore; amgetbitmap adds
+// them all to the bitmap at once.
+//
+// With ORDER BY doc <=> query, the rows of the conditions come out by
+// rising distance, one minus the row's weight for that query (1 for a row
+// the query does not match).  The executor computes doc <=> query again
+// for each row it projects, right after the scan returned the row: the
+// operator then reads the distance of the row last returned by a scan
+// ordered by the same query (DtCurrentDistance).
 #include <algorithm>
+#include <new>
 
+#include "dtree_evaluate.h"
 #include "dtree_internal.h"
-#include "dtree_read.h"
-#include "resultset.h"
-#include "searchquery.h"
+#include "error.h"
+#include "ranking.h"
 
 extern "C" {
 #include "access/relscan.h"
 #include "nodes/tidbitmap.h"
+#include "utils/builtins.h"
 #include "utils/memutils.h"
 #include "utils/selfuncs.h"
 }
 
 namespace {
 
+using dt::pg::ServerCall;
+
 struct DtScanState {
-    MemoryContext cxt;     // the result set lives here
+    MemoryContext cxt;  // the result lives here
     bool built;
     ItemPointerData *tids;
+    double *distances;  // ranked scans with ORDER BY: norderbys per row
     int64 ntids;
-    int64 pos;             // next row to hand out
+    int64 current;      // the row last handed out, or -1
+    dt::RankedCursor cursor;
+    // Scans with ORDER BY are listed while they exist, so that the
+    // distance of the row just returned can be found by its query.
+    int norderbys;
+    text **orderQueries;  // in cxt
+    uint64 stamp;         // when it last returned a row
+    DtScanState *prev, *next;
+    MemoryContext keeper;  // deleted with the scan: unlists it
+    MemoryContextCallback unlist;
 };
 
-struct KeyArray {
-    uint64 *keys;
-    int64 n, cap;
-};
+DtScanState *g_orderedScans = nullptr;
+uint64 g_orderStamp = 0;
 
-// Reads an iterator's rows into keys (C-level: may raise).
-void CollectC(DtPostingIter *it, KeyArray *out) {
-    DtPosting p;
-    while (DtNextPosting(it, &p)) {
-        CHECK_FOR_INTERRUPTS();
-        uint64 key = dt::MakeRowKey(ItemPointerGetBlockNumberNoCheck(&p.tid), ItemPointerGetOffsetNumberNoCheck(&p.tid));
-        if (out->n > 0 && out->keys[out->n - 1] == key) continue;  // repeats of a row are adjacent
-        if (out->n == out->cap) {
-            out->cap = out->cap ? out->cap * 2 : 1024;
-            out->keys = out->keys ? (uint64 *)repalloc_huge(out->keys, out->cap * sizeof(uint64))
-                                  : (uint64 *)palloc_extended(out->cap * sizeof(uint64), MCXT_ALLOC_HUGE);
-        }
-        out->keys[out->n++] = key;
-    }
-    DtEndPostings(it);
+void Unlist(void *arg) {
+    DtScanState *st = (DtScanState *)arg;
+    if (st->prev) st->prev->next = st->next;
+    else if (g_orderedScans == st) g_orderedScans = st->next;
+    if (st->next) st->next->prev = st->prev;
+    st->prev = st->next = nullptr;
 }
 
-dt::RowSet Rows(Relation index, const std::string *term) {
-    KeyArray ka{nullptr, 0, 0};
-    dt::pg::ServerCall([&] {
-        CollectC(term ? DtBeginTermPostings(index, term->data(), (int)term->size()) : DtBeginAllDocs(index), &ka);
-    });
-    dt::RowSet out(ka.keys, ka.keys + ka.n);
-    if (ka.keys) dt::pg::ServerCall([&] { pfree(ka.keys); });
-    std::sort(out.begin(), out.end());
-    out.erase(std::unique(out.begin(), out.end()), out.end());
-    return out;
-}
-
-// Evaluates every scan key and keeps the rows all of them match.
-void BuildResult(IndexScanDesc scan, DtScanState *st) {
-    Relation index = scan->indexRelation;
-    dt::RowSet rows;
+std::vector<dt::pg::ScanCondition> Conditions(IndexScanDesc scan) {
+    std::vector<dt::pg::ScanCondition> conds;
     for (int k = 0; k < scan->numberOfKeys; k++) {
-        dt::pg::CheckInterrupts();
         ScanKey sk = &scan->keyData[k];
-        if (sk->sk_flags & SK_ISNULL) {  // the search operators are strict
-            rows.clear();
-            break;
-        }
+        if (sk->sk_flags & SK_ISNULL) return {};  // strict operators: nothing matches
         if (sk->sk_strategy < 1 || sk->sk_strategy > 3) dt::ErrorRaiseVA("XD003");
-        dt::ExprArena arena;
-        dt::DocExprNode *tree = dt::pg::SearchTree(arena, sk->sk_strategy, sk->sk_argument);
-        dt::RowSource src;
-        src.rowsWithTerm = [&](const std::string &term) { return Rows(index, &term); };
-        src.allRows = [&] { return Rows(index, nullptr); };
-        dt::RowSet r = dt::EvaluateRows(tree, src);
-        rows = k == 0 ? std::move(r) : dt::RowSetAnd(rows, r);
-        if (rows.empty()) break;
+        conds.push_back(dt::pg::ScanCondition{(int)sk->sk_strategy, sk->sk_argument});
     }
-    int64 n = (int64)rows.size();
+    return conds;
+}
+
+bool AnyNullKey(IndexScanDesc scan) {
+    for (int k = 0; k < scan->numberOfKeys; k++)
+        if (scan->keyData[k].sk_flags & SK_ISNULL) return true;
+    return false;
+}
+
+// Whether the scan's only condition is Contains with the same text as the
+// ordering query (its weights are then the ordering's).
+bool SameQuery(IndexScanDesc scan, Datum orderQuery) {
+    if (scan->numberOfKeys != 1 || scan->keyData[0].sk_strategy != 1) return false;
+    std::string a = dt::pg::TextDatumString(scan->keyData[0].sk_argument);
+    std::string b = dt::pg::TextDatumString(orderQuery);
+    return a == b;
+}
+
+// The distances of the rows for every ORDER BY of the scan, then the rows
+// sorted by them (rank order among equals).
+void OrderByDistances(IndexScanDesc scan, dt::pg::ScanOutcome &res, std::vector<double> &dist) {
+    int norder = scan->numberOfOrderBys;
+    size_t n = res.rows.size();
+    dist.assign(n * norder, 1.0);
+    for (int o = 0; o < norder; o++) {
+        ScanKey ok = &scan->orderByData[o];
+        if (ok->sk_flags & SK_ISNULL) continue;
+        if (SameQuery(scan, ok->sk_argument)) {
+            for (size_t i = 0; i < n; i++) dist[i * norder + o] = 1.0 - res.weights[i];
+            continue;
+        }
+        std::vector<dt::RowKey> rows;
+        std::vector<double> weights;
+        dt::pg::QueryWeights(scan->indexRelation, scan->xs_snapshot, ok->sk_argument, &rows, &weights);
+        for (size_t i = 0; i < n; i++) {
+            auto it = std::lower_bound(rows.begin(), rows.end(), res.rows[i]);
+            if (it != rows.end() && *it == res.rows[i]) dist[i * norder + o] = 1.0 - weights[it - rows.begin()];
+        }
+    }
+    std::vector<size_t> perm(n);
+    for (size_t i = 0; i < n; i++) perm[i] = i;
+    std::stable_sort(perm.begin(), perm.end(), [&](size_t a, size_t b) {
+        for (int o = 0; o < norder; o++) {
+            double da = dist[a * norder + o], db = dist[b * norder + o];
+            if (da != db) return da < db;
+        }
+        return false;
+    });
+    std::vector<dt::RowKey> rows(n);
+    std::vector<double> sorted(n * norder);
+    for (size_t i = 0; i < n; i++) {
+        rows[i] = res.rows[perm[i]];
+        for (int o = 0; o < norder; o++) sorted[i * norder + o] = dist[perm[i] * norder + o];
+    }
+    res.rows.swap(rows);
+    dist.swap(sorted);
+}
+
+void Build(IndexScanDesc scan, DtScanState *st, bool ranked) {
+    dt::pg::ScanOutcome res;
+    if (!AnyNullKey(scan))
+        res = dt::pg::EvaluateScan(scan->indexRelation, scan->xs_snapshot, Conditions(scan), ranked);
+    std::vector<double> dist;
+    if (ranked && scan->numberOfOrderBys > 0) OrderByDistances(scan, res, dist);
+    int64 n = (int64)res.rows.size();
     MemoryContext cxt = st->cxt;
-    ItemPointerData *tids = dt::pg::ServerCall([&] {
+    ItemPointerData *tids = ServerCall([&] {
         return (ItemPointerData *)MemoryContextAllocExtended(cxt, Max(n, 1) * sizeof(ItemPointerData), MCXT_ALLOC_HUGE);
     });
-    for (int64 i = 0; i < n; i++)
-        ItemPointerSet(&tids[i], dt::RowKeyBlock(rows[i]), dt::RowKeyOffset(rows[i]));
+    for (int64 i = 0; i < n; i++) dt::pg::SetItemPointer(&tids[i], res.rows[i]);
+    double *d = nullptr;
+    if (!dist.empty()) {
+        d = ServerCall([&] {
+            return (double *)MemoryContextAllocExtended(cxt, dist.size() * sizeof(double), MCXT_ALLOC_HUGE);
+        });
+        std::copy(dist.begin(), dist.end(), d);
+    }
     st->tids = tids;
+    st->distances = d;
     st->ntids = n;
-    st->pos = 0;
+    st->cursor = dt::RankedCursor((uint32_t)n);
     st->built = true;
+}
+
+void Reset(DtScanState *st) {
+    st->current = -1;
+    st->built = false;
+    st->tids = nullptr;
+    st->distances = nullptr;
+    st->ntids = 0;
+    st->cursor = dt::RankedCursor();
 }
 
 }  // namespace
 
 IndexScanDesc dtbeginscan(Relation index, int nkeys, int norderbys) {
     return dt::pg::Guard([&]() -> IndexScanDesc {
-        return dt::pg::ServerCall([&] {
-            IndexScanDesc scan = RelationGetIndexScan(index, nkeys, norderbys);
+        IndexScanDesc scan = ServerCall([&] {
+            IndexScanDesc s = RelationGetIndexScan(index, nkeys, norderbys);
             DtScanState *st = (DtScanState *)palloc0(sizeof(DtScanState));
             st->cxt = AllocSetContextCreate(CurrentMemoryContext, "dtree scan", ALLOCSET_DEFAULT_SIZES);
-            scan->opaque = st;
-            return scan;
+            s->opaque = st;
+            st->norderbys = norderbys;
+            if (norderbys > 0) {
+                s->xs_orderbyvals = (Datum *)palloc0(sizeof(Datum) * norderbys);
+                s->xs_orderbynulls = (bool *)palloc(sizeof(bool) * norderbys);
+                st->keeper = AllocSetContextCreate(CurrentMemoryContext, "dtree ordered scan", ALLOCSET_SMALL_SIZES);
+                st->unlist.func = Unlist;
+                st->unlist.arg = st;
+                MemoryContextRegisterResetCallback(st->keeper, &st->unlist);
+                st->next = g_orderedScans;
+                if (g_orderedScans) g_orderedScans->prev = st;
+                g_orderedScans = st;
+            }
+            return s;
         });
+        DtScanState *st = (DtScanState *)scan->opaque;
+        new (&st->cursor) dt::RankedCursor();
+        Reset(st);
+        return scan;
     });
 }
 
 void dtrescan(IndexScanDesc scan, ScanKey keys, int nkeys, ScanKey orderbys, int norderbys) {
     dt::pg::Guard([&]() -> int {
         DtScanState *st = (DtScanState *)scan->opaque;
-        dt::pg::ServerCall([&] {
+        ServerCall([&] {
             if (keys && scan->numberOfKeys > 0) memmove(scan->keyData, keys, scan->numberOfKeys * sizeof(ScanKeyData));
+            if (orderbys && scan->numberOfOrderBys > 0)
+                memmove(scan->orderByData, orderbys, scan->numberOfOrderBys * sizeof(ScanKeyData));
             MemoryContextReset(st->cxt);
+            st->orderQueries = NULL;
+            if (scan->numberOfOrderBys > 0) {
+                MemoryContext old = MemoryContextSwitchTo(st->cxt);
+                st->orderQueries = (text **)palloc0(sizeof(text *) * scan->numberOfOrderBys);
+                for (int o = 0; o < scan->numberOfOrderBys; o++)
+                    if (!(scan->orderByData[o].sk_flags & SK_ISNULL))
+                        st->orderQueries[o] = DatumGetTextPCopy(scan->orderByData[o].sk_argument);
+                MemoryContextSwitchTo(old);
+            }
         });
-        st->built = false;
-        st->tids = nullptr;
-        st->ntids = 0;
-        st->pos = 0;
+        Reset(st);
         return 0;
     });
 }
@@ -128,10 +217,21 @@ void dtrescan(IndexScanDesc scan, ScanKey keys, int nkeys, ScanKey orderbys, int
 bool dtgettuple(IndexScanDesc scan, ScanDirection dir) {
     return dt::pg::Guard([&]() -> bool {
         DtScanState *st = (DtScanState *)scan->opaque;
-        if (!st->built) BuildResult(scan, st);
-        if (st->pos >= st->ntids) return false;
-        scan->xs_heaptid = st->tids[st->pos++];
+        if (!st->built) Build(scan, st, true);
+        int64 pos = st->cursor.Step(ScanDirectionIsForward(dir));
+        st->current = pos;
+        if (pos < 0) return false;
+        scan->xs_heaptid = st->tids[pos];
         scan->xs_recheck = false;
+        int norder = scan->numberOfOrderBys;
+        if (norder > 0) {
+            for (int o = 0; o < norder; o++) {
+                scan->xs_orderbyvals[o] = Float8GetDatum(st->distances[pos * norder + o]);
+                scan->xs_orderbynulls[o] = false;
+            }
+            scan->xs_recheckorderby = false;
+            st->stamp = ++g_orderStamp;
+        }
         return true;
     });
 }
@@ -139,10 +239,10 @@ bool dtgettuple(IndexScanDesc scan, ScanDirection dir) {
 int64 dtgetbitmap(IndexScanDesc scan, TIDBitmap *tbm) {
     return dt::pg::Guard([&]() -> int64 {
         DtScanState *st = (DtScanState *)scan->opaque;
-        if (!st->built) BuildResult(scan, st);
+        if (!st->built) Build(scan, st, false);
         ItemPointerData *tids = st->tids;
         int64 n = st->ntids;
-        dt::pg::ServerCall([&] {
+        ServerCall([&] {
             for (int64 i = 0; i < n; i += 4096) {
                 CHECK_FOR_INTERRUPTS();
                 tbm_add_tuples(tbm, tids + i, (int)Min((int64)4096, n - i), false);
@@ -155,7 +255,43 @@ int64 dtgetbitmap(IndexScanDesc scan, TIDBitmap *tbm) {
 void dtendscan(IndexScanDesc scan) {
     dt::pg::Guard([&]() -> int {
         DtScanState *st = (DtScanState *)scan->opaque;
-        dt::pg::ServerCall([&] { MemoryContextDelete(st->cxt); });
+        ServerCall([&] {
+            MemoryContextDelete(st->cxt);
+            if (st->keeper) MemoryContextDelete(st->keeper);
+        });
+        return 0;
+    });
+}
+
+bool DtCurrentDistance(const char *query, Size len, double *distance) {
+    DtScanState *best = nullptr;
+    int bestOrder = 0;
+    for (DtScanState *st = g_orderedScans; st; st = st->next) {
+        if (!st->built || st->current < 0 || !st->orderQueries || !st->distances) continue;
+        for (int o = 0; o < st->norderbys; o++) {
+            text *t = st->orderQueries[o];
+            if (t && VARSIZE_ANY_EXHDR(t) == len && memcmp(VARDATA_ANY(t), query, len) == 0 &&
+                (!best || st->stamp > best->stamp)) {
+                best = st;
+                bestOrder = o;
+            }
+        }
+    }
+    if (!best) return false;
+    *distance = best->distances[best->current * best->norderbys + bestOrder];
+    return true;
+}
+
+void dtmarkpos(IndexScanDesc scan) {
+    dt::pg::Guard([&]() -> int {
+        ((DtScanState *)scan->opaque)->cursor.Mark();
+        return 0;
+    });
+}
+
+void dtrestrpos(IndexScanDesc scan) {
+    dt::pg::Guard([&]() -> int {
+        ((DtScanState *)scan->opaque)->cursor.Restore();
         return 0;
     });
 }

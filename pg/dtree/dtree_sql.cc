@@ -3,7 +3,10 @@
 #include "dtree_internal.h"
 
 extern "C" {
+#include "access/heapam.h"
 #include "access/relation.h"
+#include "catalog/pg_am.h"
+#include "storage/bufmgr.h"
 #include "access/table.h"
 #include "access/tableam.h"
 #include "catalog/index.h"
@@ -27,7 +30,7 @@ extern "C" {
 #include "wordnet.h"
 
 // Raises an error unless the user has the privilege on the index's table.
-static void DtCheckTablePrivilege(Relation index, AclMode mode) {
+void DtCheckTablePrivilege(Relation index, AclMode mode) {
     Oid heapid = IndexGetRelation(RelationGetRelid(index), false);
     if (pg_class_aclcheck(heapid, GetUserId(), mode) != ACLCHECK_OK)
         aclcheck_error(ACLCHECK_NO_PRIV, get_relkind_objtype(get_rel_relkind(heapid)), get_rel_name(heapid));
@@ -51,7 +54,9 @@ static text *DtReadMetaTermsC(text *name) {
 }
 
 // Adds each word as a posting (count 1) of the row tid.
-static void DtAddIndexTermsC(text *name, ItemPointer tid, char **words, int nwords) {
+static void DtAddIndexTermsC(text *name, ItemPointer argtid, char **words, int nwords) {
+    ItemPointerData tidcopy = *argtid;  // the argument itself is not changed
+    ItemPointer tid = &tidcopy;
     Relation index = DtOpenIndexByName(name, RowExclusiveLock);
     DtCheckTablePrivilege(index, ACL_UPDATE);
     Relation heap = table_open(IndexGetRelation(RelationGetRelid(index), false), AccessShareLock);
@@ -65,6 +70,17 @@ static void DtAddIndexTermsC(text *name, ItemPointer tid, char **words, int nwor
         ereport(ERROR, (errcode(ERRCODE_INVALID_PARAMETER_VALUE),
                         errmsg("row (%u,%u) is not a row of table \"%s\"", ItemPointerGetBlockNumberNoCheck(tid),
                                ItemPointerGetOffsetNumberNoCheck(tid), RelationGetRelationName(heap))));
+    if (exists && heap->rd_rel->relam == HEAP_TABLE_AM_OID) {
+        // The index names a row by the root of its HOT chain (what index
+        // scans follow), which is not its ctid after an update in place.
+        OffsetNumber roots[MaxHeapTuplesPerPage];
+        Buffer b = ReadBuffer(heap, ItemPointerGetBlockNumber(tid));
+        LockBuffer(b, BUFFER_LOCK_SHARE);
+        heap_get_root_tuples(BufferGetPage(b), roots);
+        OffsetNumber root = roots[ItemPointerGetOffsetNumber(tid) - 1];
+        UnlockReleaseBuffer(b);
+        if (root != InvalidOffsetNumber) ItemPointerSetOffsetNumber(tid, root);
+    }
     if (nwords > 0) {
         // The row's word count, as its document list entry holds it.
         uint32 wordcnt = 0;

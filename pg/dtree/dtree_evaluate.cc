@@ -1,0 +1,258 @@
+#include "dtree_evaluate.h"
+
+#include <algorithm>
+
+#include "ranking.h"
+#include "scantree.h"
+
+extern "C" {
+#include "access/relscan.h"
+#include "access/table.h"
+#include "storage/bufmgr.h"
+#include "access/tableam.h"
+#include "access/visibilitymap.h"
+#include "catalog/index.h"
+#include "executor/tuptable.h"
+#include "utils/memutils.h"
+#include "utils/snapmgr.h"
+}
+
+namespace {
+
+using dt::pg::ServerCall;
+
+// Whether rows are visible to a snapshot (C level: may raise).
+struct VisCheck {
+    Relation heap;
+    Snapshot snapshot;
+    bool mvcc;
+    Buffer vmbuf;
+    IndexFetchTableData *fetch;
+    TupleTableSlot *slot;
+};
+
+void VisBeginC(VisCheck *v, Relation index, Snapshot snapshot) {
+    v->heap = table_open(IndexGetRelation(RelationGetRelid(index), false), AccessShareLock);
+    v->snapshot = snapshot;
+    v->mvcc = IsMVCCSnapshot(snapshot);
+    v->vmbuf = InvalidBuffer;
+    v->fetch = table_index_fetch_begin(v->heap);
+    v->slot = table_slot_create(v->heap, NULL);
+}
+
+void VisEndC(VisCheck *v) {
+    if (BufferIsValid(v->vmbuf)) ReleaseBuffer(v->vmbuf);
+    table_index_fetch_end(v->fetch);
+    ExecDropSingleTupleTableSlot(v->slot);
+    table_close(v->heap, AccessShareLock);
+}
+
+bool RowVisibleC(VisCheck *v, ItemPointer tid) {
+    if (v->snapshot->snapshot_type == SNAPSHOT_ANY) return true;
+    // All-visible pages hold only rows every snapshot sees (as index-only
+    // scans rely on).
+    if (v->mvcc && VM_ALL_VISIBLE(v->heap, ItemPointerGetBlockNumber(tid), &v->vmbuf)) return true;
+    bool call_again = false, all_dead = false;
+    bool found = table_index_fetch_tuple(v->fetch, tid, v->snapshot, v->slot, &call_again, &all_dead);
+    ExecClearTuple(v->slot);
+    return found;
+}
+
+struct PostArray {
+    dt::LeafPosting *p;
+    int64 n, cap;
+};
+
+// Reads an iterator's postings (only visible rows when vis is given).
+void CollectC(DtPostingIter *it, VisCheck *vis, PostArray *out) {
+    DtPosting p;
+    ItemPointerData last;
+    bool lastVisible = false;
+    ItemPointerSetInvalid(&last);
+    while (DtNextPosting(it, &p)) {
+        CHECK_FOR_INTERRUPTS();
+        if (vis) {
+            // Repeats of a row are adjacent: one check serves them all.
+            if (!ItemPointerIsValid(&last) || !ItemPointerEquals(&last, &p.tid)) {
+                last = p.tid;
+                // The fetch moves its argument along the HOT chain: the
+                // posting keeps the chain's root, which index scans return.
+                ItemPointerData t = p.tid;
+                lastVisible = RowVisibleC(vis, &t);
+            }
+            if (!lastVisible) continue;
+        }
+        if (out->n == out->cap) {
+            out->cap = out->cap ? out->cap * 2 : 1024;
+            Size bytes = out->cap * sizeof(dt::LeafPosting);
+            out->p = out->p ? (dt::LeafPosting *)repalloc_huge(out->p, bytes)
+                            : (dt::LeafPosting *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
+        }
+        dt::LeafPosting &lp = out->p[out->n++];
+        lp.row = dt::pg::RowKeyOf(&p.tid);
+        lp.count = p.count;
+        lp.wordcnt = p.wordcnt;
+    }
+    DtEndPostings(it);
+}
+
+// The postings of a term (all documents for a null term).
+dt::LeafPostings Postings(Relation index, const std::string *term, VisCheck *vis) {
+    PostArray pa{nullptr, 0, 0};
+    ServerCall([&] {
+        CollectC(term ? DtBeginTermPostings(index, term->data(), (int)term->size()) : DtBeginAllDocs(index), vis, &pa);
+    });
+    dt::LeafPostings out(pa.p, pa.p + pa.n);
+    if (pa.p) ServerCall([&] { pfree(pa.p); });
+    // The index keeps each list in row order; a list read while pages
+    // split may still come slightly out of order.
+    if (!std::is_sorted(out.begin(), out.end(), [](const dt::LeafPosting &a, const dt::LeafPosting &b) {
+            return a.row < b.row;
+        }))
+        std::stable_sort(out.begin(), out.end(),
+                         [](const dt::LeafPosting &a, const dt::LeafPosting &b) { return a.row < b.row; });
+    return out;
+}
+
+dt::RowSet Rows(Relation index, const std::string *term) {
+    dt::LeafPostings ps = Postings(index, term, nullptr);
+    dt::RowSet out;
+    out.reserve(ps.size());
+    for (const dt::LeafPosting &p : ps)
+        if (out.empty() || out.back() != p.row) out.push_back(p.row);
+    return out;
+}
+
+// Opens the visibility check and closes it whatever happens.
+class Visibility {
+public:
+    Visibility(Relation index, Snapshot snapshot) {
+        ServerCall([&] { VisBeginC(&v_, index, snapshot); });
+        open_ = true;
+    }
+    ~Visibility() {
+        // At an error the transaction's abort releases the buffers and
+        // relations; only a normal end closes them here.
+        if (open_ && !dt::pg::ServerErrorPending()) {
+            try {
+                ServerCall([&] { VisEndC(&v_); });
+            } catch (...) {
+            }
+        }
+    }
+    VisCheck *get() { return &v_; }
+
+private:
+    VisCheck v_{};
+    bool open_ = false;
+};
+
+// Weights of a result table by the index's counters.
+void Weigh(Relation index, dt::ResultTable &table, const dt::DocExprNode *tree, int32 *terms = nullptr,
+           int32 *docs = nullptr) {
+    DtMetaInfo mi;
+    ServerCall([&] { DtReadMeta(index, &mi); });
+    dt::GetDocWeights(table, tree, mi.numterms, mi.numdocs);
+    if (terms) *terms = mi.numterms;
+    if (docs) *docs = mi.numdocs;
+}
+
+dt::EntrySource SourceOf(Relation index, VisCheck *vis) {
+    dt::EntrySource src;
+    src.postingsOfTerm = [index, vis](const std::string &term) { return Postings(index, &term, vis); };
+    src.allDocs = [index, vis] { return Postings(index, nullptr, vis); };
+    return src;
+}
+
+}  // namespace
+
+namespace dt::pg {
+
+ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<ScanCondition> &conditions,
+                         bool ranked) {
+    ScanOutcome out;
+    Answer ans;
+    ans.tree = ScanTree(ans.arena, conditions, &ans.cuts);
+    if (!ans.tree) {
+        out.ranked = ranked;
+        return out;
+    }
+    if (!ranked && ans.cuts.tupcnt <= 0 && ans.cuts.percent <= 0.0f) {
+        dt::RowSource src;
+        src.rowsWithTerm = [index](const std::string &term) { return Rows(index, &term); };
+        src.allRows = [index] { return Rows(index, nullptr); };
+        out.rows = dt::EvaluateRows(ans.tree, src);
+        return out;
+    }
+    EvaluateTree(index, snapshot, &ans);
+    const dt::ResultTable &table = ans.table;
+    std::vector<uint32_t> order = dt::RankEntries(table, ans.cuts.tupcnt, (double)ans.cuts.percent);
+    out.rows.reserve(order.size());
+    out.weights.reserve(order.size());
+    for (uint32_t i : order) {
+        out.rows.push_back(table.entries[i].row);
+        out.weights.push_back(table.entries[i].weight);
+    }
+    out.ranked = true;
+    if (!ranked) {
+        // A bitmap wants row order.
+        std::sort(out.rows.begin(), out.rows.end());
+        out.weights.clear();
+        out.ranked = false;
+    }
+    return out;
+}
+
+void EvaluateAnswer(Relation index, Snapshot snapshot, const std::vector<ScanCondition> &conditions, Answer *out) {
+    out->tree = ScanTree(out->arena, conditions, &out->cuts);
+    if (out->tree) EvaluateTree(index, snapshot, out);
+}
+
+void EvaluateTree(Relation index, Snapshot snapshot, Answer *out) {
+    Visibility vis(index, snapshot);
+    out->table = dt::EvaluateEntries(out->tree, SourceOf(index, vis.get()));
+    Weigh(index, out->table, out->tree, &out->totalTerms, &out->totalDocs);
+}
+
+// Runs inside ServerCall.
+static void CurrentTidsC(Relation index, Snapshot snapshot, dt::RowKey *rows, int64 n) {
+    VisCheck v;
+    VisBeginC(&v, index, snapshot);
+    for (int64 i = 0; i < n; i++) {
+        CHECK_FOR_INTERRUPTS();
+        ItemPointerData t;
+        dt::pg::SetItemPointer(&t, rows[i]);
+        bool call_again = false, all_dead = false;
+        if (table_index_fetch_tuple(v.fetch, &t, snapshot, v.slot, &call_again, &all_dead))
+            rows[i] = dt::pg::RowKeyOf(&t);
+        ExecClearTuple(v.slot);
+    }
+    VisEndC(&v);
+}
+
+void CurrentRows(Relation index, Snapshot snapshot, std::vector<dt::RowKey> *rows) {
+    dt::RowKey *r = rows->data();
+    int64 n = (int64)rows->size();
+    ServerCall([&] { CurrentTidsC(index, snapshot, r, n); });
+}
+
+void QueryWeights(Relation index, Snapshot snapshot, Datum query, std::vector<dt::RowKey> *rows,
+                  std::vector<double> *weights) {
+    dt::ExprArena arena;
+    dt::ScanCuts cuts;
+    dt::DocExprNode *tree = ScanTree(arena, {ScanCondition{1, query}}, &cuts);
+    rows->clear();
+    weights->clear();
+    if (!tree) return;
+    Visibility vis(index, snapshot);
+    dt::ResultTable table = dt::EvaluateEntries(tree, SourceOf(index, vis.get()));
+    Weigh(index, table, tree);
+    rows->reserve(table.entries.size());
+    weights->reserve(table.entries.size());
+    for (const dt::ResultEntry &e : table.entries) {
+        rows->push_back(e.row);
+        weights->push_back(e.weight);
+    }
+}
+
+}  // namespace dt::pg

@@ -1,0 +1,194 @@
+# Ranked answers of a dtree index over WordNet glosses: weights equal an
+# independent computation in SQL from IndexTerms of every document, index
+# scans return rows by falling weight and ORDER BY body <=> q comes from
+# the index without a sort, option prefixes cut the answer after
+# visibility, the ranked functions cache one scan per query and call site,
+# scrollable cursors move both ways, and the coefficients can be changed.
+source "$(dirname "$0")/channel_common.bash"
+source "$(dirname "$0")/dtree_common.bash"
+N=${DTREE_RANK_DOCS:-3000}
+Q=${DTREE_RANK_QUERIES:-60}
+gloss_server "$WORK/g" "$N"
+q -c "CREATE TABLE g (id int, body doc)" \
+  -c "INSERT INTO g SELECT i, gloss(i) FROM generate_series(1, $N) i" \
+  -c "INSERT INTO g VALUES (0, NULL)" \
+  -c "CREATE INDEX g_dt ON g USING dtree (body)" -c "VACUUM ANALYZE g" >/dev/null
+
+# The reference: the weights of a word list computed in SQL from the
+# documents' own terms and the index's counters.  Every word of the list is
+# a term of the query of its own (a repeated word counts twice).
+q >/dev/null <<'SQL'
+CREATE TABLE terms AS
+    SELECT t.ctid AS row_id, m[1] AS term, m[2]::float8 AS f, DocWordCnt(t.body)::float8 AS l
+      FROM g t, regexp_matches(IndexTerms(t.body), '(\S+):(\d+) ', 'g') m;
+CREATE INDEX ON terms (term);
+CREATE FUNCTION ref_weights(words text) RETURNS TABLE (row_id tid, weight float8) LANGUAGE sql AS $$
+  WITH qt AS (SELECT term, weight::float8 AS q FROM dt_QueryTerms(words, true)),
+       qw AS (SELECT sum(q) AS qw FROM qt),
+       meta AS (SELECT m[1]::float8 AS tt, m[2]::float8 AS td
+                  FROM regexp_match(ReadMetaTerms('g_dt'), 'terms=(\d+), docs=(\d+)') m),
+       hits AS (SELECT x.row_id, x.term, x.f, x.l, qt.q FROM terms x JOIN qt USING (term)),
+       st AS (SELECT term, count(*)::float8 AS n, sum(f) AS cf FROM terms
+               WHERE term IN (SELECT term FROM qt) GROUP BY term),
+       z AS (SELECT h.row_id, h.l,
+                    sum(-6.83 + ln(h.q) * 0.44 + ln(h.q / qw.qw) * 0.04 + ln(h.f) * 0.57
+                        + ln(h.f / h.l) * -0.06 + ln(meta.td / st.n) * 1.13 + ln(st.cf / meta.tt) * 0.24
+                        - (-6.725)) AS z
+               FROM hits h JOIN st USING (term), qw, meta GROUP BY h.row_id, h.l)
+  SELECT z.row_id, 1 / (1 + exp(-(-6.08 + 3.63 * ln(greatest(z.z, 1)) + -0.145 * ln(z.l) + -1 * ln(qw.qw))))
+    FROM z, qw
+$$;
+SQL
+
+# Word lists of 1 to 4 stems drawn from the documents, one repeated now and
+# then (its weight in the query is then 2).
+q -c "SELECT string_agg(term, ' ') FROM (SELECT DISTINCT term FROM terms WHERE length(term) > 2) t" \
+    | tr ' ' '\n' >"$WORK/stems"
+python3 - "$WORK/stems" "$Q" >"$WORK/queries" <<'PY'
+import random, sys
+random.seed(20261123)
+stems = [s for s in open(sys.argv[1]).read().split() if s.isalpha()]
+for _ in range(int(sys.argv[2])):
+    ws = random.sample(stems, random.randint(1, 4))
+    if random.random() < 0.2:
+        ws.append(ws[0])
+    print(" ".join(ws))
+PY
+bad=0
+total=0
+while read -r words; do
+    total=$((total + 1))
+    r=$(q -c "SELECT count(*) FILTER (WHERE a.row_id IS NULL OR b.row_id IS NULL OR abs(a.weight - b.weight) > 1e-12)
+                     || ' ' || count(*)
+                FROM dt_RankContainsWords('g_dt', '$words') a FULL JOIN ref_weights('$words') b USING (row_id)")
+    if [ "${r%% *}" != 0 ]; then
+        bad=$((bad + 1))
+        [ $bad -le 3 ] && echo "  differs: '$words': $r"
+    fi
+done <"$WORK/queries"
+same 0 "$bad" "$total word lists: the index's weights equal the SQL computation (1e-12), same rows"
+
+# ORDER BY relevance comes from the index in rank order, without a sort.
+plan=$(q -c "EXPLAIN SELECT id FROM g WHERE body @@ 'dog or cat' ORDER BY body <=> 'dog or cat' LIMIT 10")
+has "Index Scan using g_dt" "$plan" "EXPLAIN: ORDER BY body <=> q is an index scan"
+lacks "Sort" "$plan" "EXPLAIN: no sort node"
+a=$(q -c "SELECT string_agg(id::text, ',') FROM (SELECT id FROM g WHERE body @@ 'dog or cat'
+                                                  ORDER BY body <=> 'dog or cat' LIMIT 10) s")
+# rank_ids FUNCTION-CALL [LIMIT]: the ids of a ranked function's rows, in its order.
+rank_ids() {
+    q -c "SELECT string_agg(g.id::text, '${3:-,}' ORDER BY r.ord) FROM $1 WITH ORDINALITY r(row_id, weight, ord)
+            JOIN g ON g.ctid = r.row_id WHERE r.ord <= ${2:-1000000}"
+}
+b=$(rank_ids "dt_RankContains('g_dt', 'dog or cat')" 10)
+same "$b" "$a" "ORDER BY body <=> q LIMIT 10 gives the ranked function's first ten rows, in its order"
+w=$(q -c "SELECT string_agg(round(w::numeric, 12)::text, ',') FROM (
+            SELECT WeightContains('g_dt', ctid, 'dog or cat') w FROM g WHERE body @@ 'dog or cat'
+             ORDER BY body <=> 'dog or cat' LIMIT 10) s")
+ws=$(q -c "SELECT string_agg(round(weight::numeric, 12)::text, ',') FROM (
+             SELECT weight FROM ref_weights('dog cat') ORDER BY weight DESC LIMIT 10) s")
+same "$ws" "$w" "the rows come by falling weight: the ten largest weights of the SQL computation"
+plain=$(q -c "SET enable_bitmapscan = off" -c "SET enable_seqscan = off" -c "SELECT string_agg(id::text, ',') FROM g WHERE body @@ 'dog or cat'")
+all=$(rank_ids "dt_RankContains('g_dt', 'dog or cat')")
+same "$all" "$plain" "a plain index scan returns its rows in rank order"
+o=$(q -c "SELECT string_agg(id::text, ',') FROM (SELECT id FROM g WHERE body @@ 'dog or cat'
+                                                 ORDER BY body <=> 'cat' LIMIT 5) s")
+first=$(q -c "SELECT round(max(WeightContains('g_dt', ctid, 'cat'))::numeric, 12) FROM g WHERE body @@ 'dog or cat'")
+top=$(q -c "SELECT round(WeightContains('g_dt', ctid, 'cat')::numeric, 12) FROM g WHERE id = ${o%%,*}")
+same "$first" "$top" "ORDER BY another query than the condition's orders by that query's weight"
+d=$(q -c "SELECT count(*) FROM (SELECT body <=> 'dog or cat' AS d, WeightContains('g_dt', ctid, 'dog or cat') AS w
+                               FROM g WHERE body @@ 'dog or cat' ORDER BY body <=> 'dog or cat') s WHERE d <> 1 - w")
+same "0" "$d" "SELECT body <=> q next to ORDER BY body <=> q gives each row's 1 - weight"
+err=$(q -c "SELECT id, body <=> 'dog' FROM g" 2>&1)
+has "needs a dtree index scan" "$err" "the distance outside an index scan is a clear error"
+
+# Option prefixes cut the answer: rows, then threshold; visibility first.
+# (The operator on one row ignores the prefix: with the index only.)
+IX='SET enable_bitmapscan = off; SET enable_seqscan = off;'
+same "3" "$(q -c "$IX SELECT count(*) FROM g WHERE body @@@ '=3|dog cat'")" "=3| gives three rows (index scan)"
+same "3" "$(q -c "SET enable_indexscan = off" -c "SET enable_seqscan = off" -c "SELECT count(*) FROM g WHERE body @@@ '=3|dog cat'")" "=3| gives three rows (bitmap scan)"
+t3=$(rank_ids "dt_RankContainsWords('g_dt', 'dog cat')" 3)
+c3=$(q -c "$IX SELECT string_agg(id::text, ',') FROM g WHERE body @@@ '=3|dog cat'")
+same "$t3" "$c3" "=3| keeps the three heaviest"
+thr=$(q -c "SELECT round((weight + 1e-9)::numeric, 9) FROM dt_RankContainsWords('g_dt', 'dog cat') OFFSET 4 LIMIT 1")
+pc=$(python3 -c "print(repr($thr * 100))")
+same "$(q -c "SELECT count(*) FROM dt_RankContainsWords('g_dt', 'dog cat') WHERE weight >= ($pc / 100)::real")" \
+     "$(q -c "$IX SELECT count(*) FROM g WHERE body @@@ '%$pc|dog cat'")" "%P| keeps the rows weighing at least P/100"
+top1=$(rank_ids "dt_RankContainsWords('g_dt', 'dog cat')" 1)
+q -c "DELETE FROM g WHERE id = $top1" >/dev/null
+c3b=$(q -c "$IX SELECT count(*) FROM g WHERE body @@@ '=3|dog cat'")
+same "3" "$c3b" "a deleted (not yet vacuumed) row does not take a place of =3|"
+lacks ",$top1," ",$(rank_ids "dt_RankContainsWords('g_dt', 'dog cat')")," "the deleted row is not in the ranked answer"
+
+# The ranked functions: one scan per query and call site, 0 outside the answer.
+mix=$(q -c "SELECT count(*) FROM g WHERE body IS NOT NULL AND
+              WeightContains('g_dt', ctid, CASE WHEN id % 2 = 0 THEN 'dog' ELSE 'cat' END)
+              IS DISTINCT FROM coalesce((SELECT weight FROM dt_RankContains('g_dt', CASE WHEN id % 2 = 0 THEN 'dog' ELSE 'cat' END) r
+                                          WHERE r.row_id = g.ctid), 0)")
+same "0" "$mix" "a call site whose query changes from row to row gets each query's weights"
+same "0" "$(q -c "SELECT WeightContains('g_dt', ctid, 'dog') FROM g WHERE NOT Contains(body, 'dog') LIMIT 1")" "a row outside the answer weighs 0"
+same "0" "$(q -c "SELECT octet_length(ListContains('g_dt', 'zzqqxx'))")" "the list of an empty answer is empty"
+ll=$(q -c "SELECT octet_length(ListContains('g_dt', 'dog'))")
+ls=$(q -c "SELECT sum((octet_length(dt_DocBytes(body)) + 3) / 4 * 4) FROM g WHERE body @@ 'dog'")
+same "$ls" "$ll" "ListContains holds every document of the answer, each padded to 4 bytes"
+same "$(q -c "SELECT count(*) FROM g WHERE body % (SELECT body FROM g WHERE id = 7)")" \
+     "$(q -c "SELECT count(*) FROM dt_RankDocLike('g_dt', (SELECT body FROM g WHERE id = 7))")" "dt_RankDocLike ranks the rows DocLike finds"
+has "index not a dtree index" "$(q -c "CREATE INDEX g_id ON g (id)" -c "SELECT WeightContains('g_id', '(0,1)', 'dog')" 2>&1)" "a btree index name: index not a dtree index"
+has "L0002" "$(q -v VERBOSITY=verbose -c "SELECT WeightContains('nosuch', '(0,1)', 'dog')" 2>&1)" "a missing index: L0002"
+q -c "CREATE ROLE ranker LOGIN" >/dev/null
+has "permission denied" "$(q -U ranker -c "SELECT * FROM dt_RankContains('g_dt', 'dog')" 2>&1)" "a role that may not read the table cannot rank it"
+
+# Coefficients, for this session.
+d1=$(q -c "SELECT weight FROM dt_RankContains('g_dt', 'dog') LIMIT 1")
+d2=$(q -c "SELECT count(*) FROM (SELECT dt_SetDocParam(11, 4.0), dt_SetDocParam(12, 9), dt_SetDocParam(-1, 9)) s" \
+       -c "SELECT string_agg(value::text, ',' ORDER BY number) FROM dt_DocParams()" -c "SELECT weight FROM dt_RankContains('g_dt', 'dog') LIMIT 1")
+same "-0.145,-1,-6.83,0.44,0.04,0.57,-0.06,1.13,0.24,-6.725,-6.08,4" "$(echo "$d2" | sed -n 2p)" "dt_SetDocParam(11, 4.0) sets ZCoef; 12 and -1 change nothing"
+[ "$(echo "$d2" | sed -n 3p)" != "$d1" ] && pass "a new ZCoef changes the weights" || fail "a new ZCoef changes the weights"
+
+# Rows updated in place (HOT: the document unchanged) keep their postings
+# at the root of the chain; the functions name them by their ctid.
+q >/dev/null <<'SQL'
+CREATE TABLE h (id int, body doc) WITH (fillfactor = 50);
+INSERT INTO h SELECT id, body FROM g WHERE id BETWEEN 1 AND 400;
+CREATE INDEX h_dt ON h USING dtree (body);
+UPDATE h SET id = -id WHERE body @@ 'plant or animal or person';
+SQL
+nh=$(q -c "SELECT count(*) FROM h WHERE id < 0")
+[ "$nh" -gt 10 ] && pass "$nh rows updated in place" || fail "rows updated in place: only $nh"
+HQ="'plant or animal or person'"
+same "$nh" "$(q -c "$IX SELECT count(*) FROM h WHERE body @@ $HQ")" "an index scan finds rows updated in place"
+same "$nh" "$(q -c "SELECT count(*) FROM dt_RankContains('h_dt', $HQ) r JOIN h ON h.ctid = r.row_id")" "dt_RankContains names them by their ctid"
+same "0" "$(q -c "SELECT count(*) FROM h WHERE id < 0 AND WeightContains('h_dt', ctid, $HQ) = 0")" "WeightContains finds them by their ctid"
+hid=$(q -c "SELECT ctid FROM h WHERE id < 0 LIMIT 1")
+q -c "SELECT AddIndexTerms('h_dt', '$hid', 'zebrafishery')" >/dev/null
+same "1" "$(q -c "$IX SELECT count(*) FROM h WHERE body @@ 'zebrafishery'")" "AddIndexTerms by the ctid of a row updated in place: the index finds the term"
+
+# Learning the coefficients from judgments.
+q -c "CREATE TABLE judged AS SELECT 'dog cat horse'::text AS query, ctid AS row_id, Contains(body, 'dog') AS relevant
+        FROM g WHERE body @@@ 'dog cat horse'" >/dev/null
+fit=$(q -c "SELECT count(*), bool_and(converged), min(observations) > 0, sum(relevant) > 0
+              FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, relevant FROM judged')")
+same "12|t|t|t" "$fit" "dt_FitDocParams learns twelve coefficients from judged answers"
+before=$(q -c "SELECT string_agg(value::text, ',' ORDER BY number) FROM dt_DocParams()")
+after=$(q -c "SELECT count(*) FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, relevant FROM judged', true, true)" \
+          -c "SELECT string_agg(value::text, ',' ORDER BY number) FROM dt_DocParams()" \
+          -c "SELECT avg(weight) FILTER (WHERE Contains(g.body, 'dog')) > 2 * avg(weight) FILTER (WHERE NOT Contains(g.body, 'dog'))
+                FROM dt_RankContainsWords('g_dt', 'dog cat horse') r JOIN g ON g.ctid = r.row_id")
+[ "$(echo "$after" | sed -n 2p)" != "$before" ] && pass "apply sets the learned coefficients" || fail "apply sets the learned coefficients"
+same "t" "$(echo "$after" | sed -n 3p)" "with learned coefficients the judged relevant rows weigh more"
+has "22023" "$(q -v VERBOSITY=verbose -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, false FROM judged')" 2>&1)" "judgments without a relevant row: 22023"
+has "42804" "$(q -v VERBOSITY=verbose -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id FROM judged')" 2>&1)" "judgments of the wrong shape: 42804"
+has "permission denied" "$(q -U ranker -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, relevant FROM judged')" 2>&1)" "a role that may not read the table cannot fit on it"
+
+# Scrollable cursors over an index scan.
+order=$(rank_ids "dt_RankContains('g_dt', 'dog')" 1000000 ' ')
+set -- $order
+n=$#
+last=${!n}
+prev=$((n - 1)); prev=${!prev}
+cur=$(q -c "SET enable_bitmapscan = off" -c "SET enable_seqscan = off" -c "BEGIN" \
+        -c "DECLARE c SCROLL CURSOR FOR SELECT id FROM g WHERE body @@ 'dog'" \
+        -c "FETCH BACKWARD 1 FROM c" -c "SELECT 'x'" -c "FETCH 3 FROM c" -c "FETCH BACKWARD 2 FROM c" \
+        -c "FETCH ABSOLUTE -1 FROM c" -c "FETCH FORWARD 1 FROM c" -c "SELECT 'y'" -c "FETCH BACKWARD 2 FROM c" \
+        -c "MOVE ABSOLUTE 0 IN c" -c "FETCH NEXT FROM c" -c "COMMIT" | tr '\n' ' ')
+same "x $1 $2 $3 $2 $1 $last y $last $prev $1 " "$cur" "cursor: FETCH BACKWARD first, FORWARD, BACKWARD, ABSOLUTE, past the end and back, MOVE"
+finish
