@@ -284,14 +284,21 @@ static void DtSplitLocked(Relation index, Buffer buf, const BlockNumber *path, i
 // whose first row is at or below tid, or the head when there is none.  The
 // walk takes one share lock at a time.  Under the leaf's exclusive lock the
 // chain cannot change and the answer is exact; without it the answer is a
-// guess to be checked (DtLockGuessedPage), and a page that VACUUM deleted
-// meanwhile is passed by its right link, which it keeps.
-static BlockNumber DtChainSearch(Relation index, BlockNumber head, uint64 tid) {
+// guess to be checked (DtLockGuessedPage), a page that VACUUM deleted
+// meanwhile is passed by its right link, which it keeps, and a page that is
+// no posting page at all ends the guess.
+static BlockNumber DtChainSearch(Relation index, BlockNumber head, uint64 tid, bool guessing) {
     BlockNumber target = head, blk = head;
     while (blk != InvalidBlockNumber) {
         Buffer b = ReadBuffer(index, blk);
         LockBuffer(b, BUFFER_LOCK_SHARE);
         Page pg = BufferGetPage(b);
+        if (guessing && (PageIsNew(pg) || PageGetSpecialSize(pg) != MAXALIGN(sizeof(DtPageOpaque)) ||
+                         DtPageGetOpaque(pg)->page_id != DTREE_PAGE_ID ||
+                         !(DtPageGetOpaque(pg)->flags & (DT_POSTING | DT_DELETED)))) {
+            UnlockReleaseBuffer(b);
+            break;
+        }
         DtCheckPage(index, pg, blk, DT_POSTING | DT_DELETED);
         bool live = !(DtPageGetOpaque(pg)->flags & DT_DELETED);
         DtPostingPageHeader *h = DtPageGetPostingHeader(pg);
@@ -317,10 +324,11 @@ static Buffer DtLockGuessedPage(Relation index, BlockNumber blk, const DtChainRe
     Buffer b = ReadBuffer(index, blk);
     LockBuffer(b, BUFFER_LOCK_EXCLUSIVE);
     Page pg = BufferGetPage(b);
-    DtCheckPage(index, pg, blk, DT_POSTING | DT_DELETED);
     DtPageOpaque *op = DtPageGetOpaque(pg);
     DtPostingPageHeader *h = DtPageGetPostingHeader(pg);
-    bool ok = op->flags == DT_POSTING && (blk == ref->head || (h->npostings > 0 && h->firsttid <= tid));
+    bool ok = !PageIsNew(pg) && PageGetSpecialSize(pg) == MAXALIGN(sizeof(DtPageOpaque)) &&
+              op->page_id == DTREE_PAGE_ID && op->flags == DT_POSTING &&
+              (blk == ref->head || (h->npostings > 0 && h->firsttid <= tid));
     if (ok && op->rightlink != InvalidBlockNumber && !(h->npostings > 0 && tid <= h->lasttid)) {
         Buffer nb = ReadBuffer(index, op->rightlink);
         LockBuffer(nb, BUFFER_LOCK_SHARE);
@@ -364,7 +372,7 @@ static bool DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
         tbuf = DtLockGuessedPage(index, *guess, &ref, p->tid);
         target = *guess;
         if (tbuf == InvalidBuffer) {
-            target = DtChainSearch(index, ref.head, p->tid);
+            target = DtChainSearch(index, ref.head, p->tid, false);
             tbuf = ReadBuffer(index, target);
             LockBuffer(tbuf, BUFFER_LOCK_EXCLUSIVE);
         }
@@ -557,7 +565,7 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
             bool done = DtChainInsert(index, lbuf, img, off, p, dterms, ddocs, doclist, &guess, &head);
             UnlockReleaseBuffer(lbuf);
             if (done) return;
-            guess = DtChainSearch(index, head, p->tid);
+            guess = DtChainSearch(index, head, p->tid, true);
             continue;
         }
         bool newentry;
