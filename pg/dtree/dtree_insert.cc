@@ -544,9 +544,8 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
     BlockNumber guess = InvalidBlockNumber;
     for (;;) {
         CHECK_FOR_INTERRUPTS();
-        DtMetaExtra x;
-        DtReadMetaPage(index, NULL, &x);
-        if (x.root == InvalidBlockNumber) {
+        BlockNumber root = DtRoot(index);
+        if (root == InvalidBlockNumber) {
             if (DtMakeFirstLeaf(index, key, keylen, p, dterms, ddocs)) return;
             continue;
         }
@@ -554,7 +553,7 @@ void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Post
         // Descend, remembering the internal pages passed.
         BlockNumber path[DT_MAX_HEIGHT];
         int depth = 0;
-        BlockNumber blk = DtDescend(index, x.root, key, keylen, path, &depth);
+        BlockNumber blk = DtDescend(index, root, key, keylen, path, &depth);
         Buffer lbuf = DtLockLeaf(index, blk, key, keylen);
         blk = BufferGetBlockNumber(lbuf);
         DtCopyPage(img, lbuf);
@@ -666,10 +665,9 @@ static void DtInsertDocTerms(Relation index, const DtDocTerms *t, uint64 tid) {
             img = b.imgs[b.n - 1];
         } else {
             if (b.n == DT_BATCH_LEAVES) DtFlushBatch(index, &b);
-            DtMetaExtra x;
-            DtReadMetaPage(index, NULL, &x);
-            if (x.root != InvalidBlockNumber) {
-                BlockNumber blk = DtDescend(index, x.root, key, keylen, NULL, NULL);
+            BlockNumber root = DtRootNotHeld(index, b.bufs, b.n);
+            if (root != InvalidBlockNumber) {
+                BlockNumber blk = DtDescend(index, root, key, keylen, NULL, NULL);
                 lbuf = DtLockLeaf(index, blk, key, keylen);
                 img = DtScratchPage(1 + b.n);
                 DtCopyPage(img, lbuf);

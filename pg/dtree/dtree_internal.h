@@ -24,6 +24,17 @@ BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int key
 // index-corrupted when no page has it, or returns InvalidBuffer if
 // missing_ok.
 Buffer DtLockParent(Relation index, BlockNumber start, BlockNumber child, int mode, bool missing_ok);
+// The root of the term tree, or InvalidBlockNumber while it is empty.  The
+// block is kept in the relation's cache (dropped with it when the index
+// gets a new file) and read from the meta page only when the page it names
+// is no root any more, so that descents do not all lock the meta page,
+// which every writer changes.  Any page that was the root is a good start
+// for a descent (it is the leftmost of its level), only longer.
+BlockNumber DtRoot(Relation index);
+// The same for a caller that holds the leaves held[0..nheld-1] locked: a
+// cached root among them (a leaf that was the root before the tree grew)
+// is not looked at but read again from the meta page.
+BlockNumber DtRootNotHeld(Relation index, const Buffer *held, int nheld);
 // The leftmost leaf, or InvalidBlockNumber for an empty tree.
 BlockNumber DtLeftmostLeaf(Relation index);
 

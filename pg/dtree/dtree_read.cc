@@ -10,6 +10,7 @@
 
 extern "C" {
 #include "miscadmin.h"
+#include "utils/memutils.h"
 }
 
 struct DtPostingIter {
@@ -53,16 +54,39 @@ BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int key
     return blk;
 }
 
-BlockNumber DtLeftmostLeaf(Relation index) {
+BlockNumber DtRoot(Relation index) { return DtRootNotHeld(index, NULL, 0); }
+
+BlockNumber DtRootNotHeld(Relation index, const Buffer *held, int nheld) {
+    bool cached = index->rd_amcache != NULL;
+    for (int i = 0; cached && i < nheld; i++)
+        if (BufferGetBlockNumber(held[i]) == *(BlockNumber *) index->rd_amcache) cached = false;
+    if (cached) {
+        // Still the root if it has no right sibling: a root gets one when
+        // it splits under a new root, and keeps it (the rightmost child of
+        // a parent never leaves the tree).
+        BlockNumber blk = *(BlockNumber *) index->rd_amcache;
+        Buffer buf = ReadBuffer(index, blk);
+        LockBuffer(buf, BUFFER_LOCK_SHARE);
+        Page page = BufferGetPage(buf);
+        bool ok = !PageIsNew(page) && PageGetSpecialSize(page) == MAXALIGN(sizeof(DtPageOpaque)) &&
+                  DtPageGetOpaque(page)->page_id == DTREE_PAGE_ID && DtPageIsTree(page) &&
+                  (DtPageGetOpaque(page)->flags & DT_RIGHTMOST);
+        UnlockReleaseBuffer(buf);
+        if (ok) return blk;
+    }
     DtMetaExtra x;
     DtReadMetaPage(index, NULL, &x);
-    return DtDescend(index, x.root, "", 0, NULL, NULL);
+    if (x.root != InvalidBlockNumber) {
+        if (!index->rd_amcache) index->rd_amcache = MemoryContextAlloc(index->rd_indexcxt, sizeof(BlockNumber));
+        *(BlockNumber *) index->rd_amcache = x.root;
+    }
+    return x.root;
 }
 
+BlockNumber DtLeftmostLeaf(Relation index) { return DtDescend(index, DtRoot(index), "", 0, NULL, NULL); }
+
 DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len) {
-    DtMetaExtra x;
-    DtReadMetaPage(index, NULL, &x);
-    BlockNumber blk = DtDescend(index, x.root, key, keylen, NULL, NULL);
+    BlockNumber blk = DtDescend(index, DtRoot(index), key, keylen, NULL, NULL);
     while (blk != InvalidBlockNumber) {
         Buffer buf = ReadBuffer(index, blk);
         LockBuffer(buf, BUFFER_LOCK_SHARE);
