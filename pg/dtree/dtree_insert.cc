@@ -1,7 +1,9 @@
-// Adding postings to the tree: one posting at a time, each change of pages
-// one generic WAL record; a record that adds or moves postings also carries
-// the counter deltas on the meta page, so that the counters always agree
-// with the postings, after a crash too.
+// Adding postings to the tree: each change of pages is one generic WAL
+// record; a record that adds or moves postings also carries the counter
+// deltas on the meta page, so that the counters always agree with the
+// postings, after a crash too.  A row's postings that stay inline go
+// several leaves to a record (DtInsertDocTerms); any other posting goes on
+// its own (DtInsertPosting).
 //
 // Inserts run concurrently with each other, with scans and with VACUUM;
 // they take buffer locks only:
@@ -17,9 +19,9 @@
 //    by moving right from the one passed on the way down.  A parent
 //    without room for the downlink is split first, and the insert starts
 //    again from the root.
-// Locks are taken bottom-up (leaf, then its chain pages in chain order,
-// then the parent), left to right on one level, and the meta page last of
-// all; readers hold one lock at a time.  So no two lockers wait for each
+// Locks are taken bottom-up (leaves left to right, then a leaf's chain
+// pages in chain order, then the parent), left to right on one level, and
+// the meta page last of all; readers hold one lock at a time.  So no two lockers wait for each
 // other in a circle.  The only lock taken after the meta page is that of a
 // page just allocated (nobody else can know it), for the first leaf of an
 // empty tree.
