@@ -15,6 +15,11 @@
 #    beforehand: dtree over doc values (copied from the loaded rows) against
 #    the same texts into a table with the stored tsvector column and GIN
 #    (default fastupdate, and fastupdate = off), and with RUM.
+#  - concurrent inserts: the same 10,000 rows from 1 and from 4 sessions at
+#    once (each session one statement with every 4th row), wall time from
+#    the start of the first to the end of the last (best of five), dtree
+#    against GIN and against the table without an index; the machine's
+#    load average is printed beside them.
 # Each time is the best of three runs; sizes are pg_relation_size.
 # Writes bench/results/dtree.txt.
 set -euo pipefail
@@ -113,6 +118,57 @@ i_goff=$(ins ins_gin_off "id, txt" glosses)
 i_rum=$(ins ins_rum "id, txt" glosses)
 i_ptxt=$(ins ins_plain_txt "id, txt" glosses)
 icheck=$(psql -X -q -A -t -c "SELECT dt_CheckIndex('ins_dt_idx')")
+# The same rows from several sessions at once, best of five (wall time;
+# the machine may be shared, and the best run is the least disturbed).
+par() {  # table columns source sessions
+    local best="" t start
+    for r in 1 2 3 4 5; do
+        psql -X -q -c "TRUNCATE $1" -c "CHECKPOINT"
+        start=$(date +%s.%N)
+        local pids=()
+        for k in $(seq 0 $(($4 - 1))); do
+            psql -X -q -v ON_ERROR_STOP=1 -c "INSERT INTO $1 ($2) SELECT $2 FROM $3 WHERE id <= 10000 AND id % $4 = $k" &
+            pids+=($!)
+        done
+        for p in "${pids[@]}"; do wait "$p"; done
+        t=$(calc "$(date +%s.%N) - $start")
+        best=$(min $best "$t")
+    done
+    echo "$best"
+}
+# The control: 4 sessions, each into a table and dtree index of its own
+# (nothing shared in any index), to tell what the machine allows.
+for k in 0 1 2 3; do
+    psql -X -q -c "CREATE TABLE ins_dt_own$k (id bigint, body doc)" -c "CREATE INDEX ON ins_dt_own$k USING dtree (body)"
+done
+par_own() {
+    local best="" t start
+    for r in 1 2 3 4 5; do
+        psql -X -q -c "TRUNCATE ins_dt_own0, ins_dt_own1, ins_dt_own2, ins_dt_own3" -c "CHECKPOINT"
+        start=$(date +%s.%N)
+        local pids=()
+        for k in 0 1 2 3; do
+            psql -X -q -v ON_ERROR_STOP=1 -c "INSERT INTO ins_dt_own$k (id, body) SELECT id, body FROM gdocs WHERE id <= 10000 AND id % 4 = $k" &
+            pids+=($!)
+        done
+        for p in "${pids[@]}"; do wait "$p"; done
+        t=$(calc "$(date +%s.%N) - $start")
+        best=$(min $best "$t")
+    done
+    echo "$best"
+}
+load=$(cut -d' ' -f1-3 /proc/loadavg)
+p_dt1=$(par ins_dt "id, body" gdocs 1)
+p_dt4=$(par ins_dt "id, body" gdocs 4)
+pcheck=$(psql -X -q -A -t -c "SELECT dt_CheckIndex('ins_dt_idx')")
+pdocs=$(psql -X -q -A -t -c "SELECT ReadMetaTerms('ins_dt_idx')")
+p_gin1=$(par ins_gin "id, txt" glosses 1)
+p_gin4=$(par ins_gin "id, txt" glosses 4)
+p_goff1=$(par ins_gin_off "id, txt" glosses 1)
+p_goff4=$(par ins_gin_off "id, txt" glosses 4)
+p_pdoc1=$(par ins_plain_doc "id, body" gdocs 1)
+p_pdoc4=$(par ins_plain_doc "id, body" gdocs 4)
+p_own4=$(par_own)
 
 mb() { calc "$1 / 1048576"; }
 {
@@ -140,5 +196,16 @@ mb() { calc "$1 / 1048576"; }
         printf "  %-58s %8.2f %9.0f\n" "${pair%%|*}" "${pair#*|}" "$(calc "10000 / ${pair#*|}")"
     done
     echo "  dt_CheckIndex after the inserts: $icheck"
+    echo
+    echo "Insert of the same 10,000 rows from 1 and from 4 sessions at once (best of 5, wall seconds; rows/s)"
+    printf "  %-40s %8s %9s %8s %9s %8s\n" "" "1 sess." "rows/s" "4 sess." "rows/s" "4 vs 1"
+    for row in "dtree over doc values|$p_dt1|$p_dt4" "GIN, stored tsvector (fastupdate on)|$p_gin1|$p_gin4" \
+               "GIN, stored tsvector (fastupdate off)|$p_goff1|$p_goff4" "doc values, no index|$p_pdoc1|$p_pdoc4"; do
+        IFS='|' read -r name a b <<<"$row"
+        printf "  %-40s %8.2f %9.0f %8.2f %9.0f %7.2fx\n" "$name" "$a" "$(calc "10000 / $a")" "$b" "$(calc "10000 / $b")" "$(calc "$a / $b")"
+    done
+    printf "  %-40s %8s %9s %8.2f %9.0f %7.2fx\n" "dtree, each session its own table+index" "" "" "$p_own4" "$(calc "10000 / $p_own4")" "$(calc "$p_dt1 / $p_own4")"
+    echo "  dtree after the 4-session run: $pdocs, dt_CheckIndex: $pcheck"
+    echo "  load average during the run: $load"
 } | tee "$out"
 psql -X -q -d postgres -c "DROP DATABASE $db"

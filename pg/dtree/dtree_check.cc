@@ -7,7 +7,9 @@
 // order; chains (page kinds, first rows, order across pages, the tail);
 // the counters against the postings; every page reached once, and every
 // page not reached free or deleted; every posting's row is a row of the
-// table.  Writers wait while it runs.
+// table.  It holds a share lock on the index relation, which waits for the
+// transactions that insert, delete through VACUUM or add terms to finish
+// (they hold a row-exclusive lock on it) and keeps new ones out.
 #include "dtree_internal.h"
 
 extern "C" {
@@ -16,6 +18,7 @@ extern "C" {
 #include "access/xlog.h"
 #include "catalog/index.h"
 #include "miscadmin.h"
+#include "storage/lmgr.h"
 #include "utils/acl.h"
 #include "utils/lsyscache.h"
 }
@@ -174,7 +177,7 @@ static void DtCheckIndexC(Oid relid) {
     st.heap = table_open(heapid, AccessShareLock);
     // A standby has no writers but the replay, which takes no such lock.
     bool locked = !RecoveryInProgress();
-    if (locked) DtLockWriters(st.index);
+    if (locked) LockRelationOid(relid, ShareLock);
     st.nblocks = RelationGetNumberOfBlocks(st.index);
     st.heapblocks = RelationGetNumberOfBlocks(st.heap);
     st.seen = (bool *) palloc0(Max(st.nblocks, 1));
@@ -287,7 +290,7 @@ static void DtCheckIndexC(Oid relid) {
         UnlockReleaseBuffer(b);
         if (!ok) DtFail(&st, "block %u is in use but not reachable", blk);
     }
-    if (locked) DtUnlockWriters(st.index);
+    if (locked) UnlockRelationOid(relid, ShareLock);
     table_close(st.heap, AccessShareLock);
     relation_close(st.index, AccessShareLock);
 }

@@ -1,13 +1,30 @@
-// Adding postings to the tree: one posting at a time, each change of pages
-// one generic WAL record that also carries the counter deltas, so that the
-// counters always agree with the postings, after a crash too.
+// Adding postings to the tree: each change of pages is one generic WAL
+// record; a record that adds or moves postings also carries the counter
+// deltas on the meta page, so that the counters always agree with the
+// postings, after a crash too.  A row's postings that stay inline go
+// several leaves to a record (DtInsertDocTerms); any other posting goes on
+// its own (DtInsertPosting).
 //
-// Writers are serialised by the writers' lock; scans run at the same time
-// and rely on right links: a leaf or internal page that splits keeps its
-// left half in place and links to the new right half, and its high key
-// tells a reader that arrives late to move right.  A split writes the two
-// halves, the parent's new downlink and the meta page in one record; a
-// parent without room is split first, top-down, before the child.
+// Inserts run concurrently with each other, with scans and with VACUUM;
+// they take buffer locks only:
+//  - the descent takes one share lock at a time and moves right where a
+//    high key says the key moved (a page split after its downlink was
+//    read); the leaf is then locked exclusively, moving right again;
+//  - a posting goes into the leaf entry, or into a page of the entry's
+//    chain while the leaf stays locked (every change of a chain happens
+//    under its leaf's exclusive lock, which keeps the entry's count and
+//    tail right);
+//  - a page that must split is split in one record with its parent's new
+//    downlink (or with a new root and the meta page): the parent is found
+//    by moving right from the one passed on the way down.  A parent
+//    without room for the downlink is split first, and the insert starts
+//    again from the root.
+// Locks are taken bottom-up (leaves left to right, then a leaf's chain
+// pages in chain order, then the parent), left to right on one level, and
+// the meta page last of all; readers hold one lock at a time.  So no two lockers wait for each
+// other in a circle.  The only lock taken after the meta page is that of a
+// page just allocated (nobody else can know it), for the first leaf of an
+// empty tree.
 #include "dtree_internal.h"
 
 extern "C" {
@@ -18,14 +35,12 @@ extern "C" {
 #include <cstring>
 
 #include "dtreelayout.h"
+#include "triplesort.h"
 
 using dt::dtree::kChainEntry;
 using dt::dtree::kDownlink;
 using dt::dtree::kHighKey;
 using dt::dtree::kInlineEntry;
-
-void DtLockWriters(Relation index) { LockPage(index, DTREE_METAPAGE_BLKNO, ExclusiveLock); }
-void DtUnlockWriters(Relation index) { UnlockPage(index, DTREE_METAPAGE_BLKNO, ExclusiveLock); }
 
 // An item assembled in palloc'd memory.
 static DtItemHeader *DtMakeItem(uint8 kind, const char *key, int keylen, uint32 value, const void *payload,
@@ -53,6 +68,8 @@ static void DtMetaDeltas(Page meta, int32 dterms, int32 ddocs, int32 dpostings, 
     DtPageGetMetaExtra(meta)->ndistinct += ddistinct;
 }
 
+// The meta page, exclusively locked, copied into image: the last lock any
+// writer takes.
 static Buffer DtLockMeta(Relation index, Page image) {
     Buffer buf = ReadBuffer(index, DTREE_METAPAGE_BLKNO);
     LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
@@ -165,92 +182,206 @@ static void DtMakeRoot(Page top, BlockNumber left, const DtItemHeader *rfirst, B
     DtAddItemOrDie(top, d2, sz, InvalidOffsetNumber);
 }
 
-// Splits the tree page at path[level] (its parent path[level - 1] has room
-// for a downlink, or it is the root) as one record.
-static void DtSplitTreePage(Relation index, const BlockNumber *path, int level) {
-    Page meta = DtScratchPage(0), left = DtScratchPage(2), right = DtScratchPage(3), top = DtScratchPage(4);
-    Buffer buf = ReadBuffer(index, path[level]);
-    LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
-    Page old = BufferGetPage(buf);
-    DtCheckPage(index, old, path[level], DT_INTERNAL | DT_LEAF);
-    DtItemList list;
-    DtCollectItems(old, InvalidOffsetNumber, InvalidOffsetNumber, NULL, 0, &list);
-    if (list.n < 2) elog(ERROR, "dtree: cannot split a page of %d items", list.n);
-    Buffer rbuf = DtNewBuffer(index);
-    uint16 kind = DtPageGetOpaque(old)->flags & (DT_INTERNAL | DT_LEAF);
-    const DtItemHeader *rfirst = DtSplitItems(old, &list, kind, left, right, BufferGetBlockNumber(rbuf));
-    Buffer bufs[4];
-    Page imgs[4];
-    bool isnew[4] = {false, true, false, false};
-    bufs[0] = buf;
-    imgs[0] = left;
-    bufs[1] = rbuf;
-    imgs[1] = right;
-    Buffer tbuf;
-    if (level == 0) {
-        // A new root above the two halves.
-        tbuf = DtNewBuffer(index);
-        DtMakeRoot(top, path[0], rfirst, BufferGetBlockNumber(rbuf));
-        isnew[2] = true;
-    } else {
-        tbuf = ReadBuffer(index, path[level - 1]);
-        LockBuffer(tbuf, BUFFER_LOCK_EXCLUSIVE);
-        DtCopyPage(top, tbuf);
-        DtAddDownlink(index, top, path[level], DtItemKey(rfirst), rfirst->keylen, BufferGetBlockNumber(rbuf));
+// The leaf whose range holds key, from blk (the leaf the descent reached)
+// moving right, exclusively locked.
+static Buffer DtLockLeaf(Relation index, BlockNumber blk, const char *key, int keylen) {
+    for (;;) {
+        Buffer buf = ReadBuffer(index, blk);
+        LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
+        Page page = BufferGetPage(buf);
+        DtCheckPage(index, page, blk, DT_LEAF | DT_DELETED);
+        if (!(DtPageGetOpaque(page)->flags & DT_DELETED) && !DtBeyondHighKey(page, key, keylen)) return buf;
+        // The leaf split (or, empty, left the tree) after the descent left
+        // its parent.
+        blk = DtPageGetOpaque(page)->rightlink;
+        UnlockReleaseBuffer(buf);
     }
-    bufs[2] = tbuf;
-    imgs[2] = top;
-    bufs[3] = DtLockMeta(index, meta);
-    imgs[3] = meta;
-    if (level == 0) {
-        DtPageGetMetaExtra(meta)->root = BufferGetBlockNumber(tbuf);
-        DtPageGetMetaExtra(meta)->height += 1;
-    }
-    DtWritePages(index, 4, bufs, imgs, isnew);
-    for (int i = 0; i < 4; i++) UnlockReleaseBuffer(bufs[i]);
 }
 
-// Adds p to the chain of the entry at off of the locked leaf (image in
-// leafimg).
-static void DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNumber off, const dt::Posting *p,
-                          int32 dterms, int32 ddocs, bool doclist) {
+Buffer DtLockParent(Relation index, BlockNumber start, BlockNumber child, int mode, bool missing_ok) {
+    BlockNumber blk = start;
+    while (blk != InvalidBlockNumber) {
+        Buffer buf = ReadBuffer(index, blk);
+        LockBuffer(buf, mode);
+        Page page = BufferGetPage(buf);
+        DtCheckPage(index, page, blk, DT_INTERNAL);
+        OffsetNumber max = PageGetMaxOffsetNumber(page);
+        for (OffsetNumber off = DtFirstDataOffset(page); off <= max; off++)
+            if (DtPageItem(page, off)->value == child) return buf;
+        blk = DtPageGetOpaque(page)->rightlink;
+        UnlockReleaseBuffer(buf);
+    }
+    if (missing_ok) return InvalidBuffer;
+    ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
+                    errmsg("dtree index \"%s\": no internal page right of block %u has a downlink to block %u",
+                           RelationGetRelationName(index), start, child)));
+}
+
+// Splits the exclusively locked tree page buf, which the descent that made
+// path reached at level `level` (0: the root of that moment), as one
+// record: the left half stays in place and links to the new right half,
+// and the parent gets the right half's downlink (or, for the root, a new
+// root above both halves is made and named on the meta page).  When the
+// parent has no room for one more downlink, the parent is split instead,
+// and so on upwards; when the page was the root and no longer is, nothing
+// is split.  Either way the caller starts again from the root and finds
+// what is still to do.  Releases buf.
+static void DtSplitLocked(Relation index, Buffer buf, const BlockNumber *path, int level) {
+    for (;;) {
+        BlockNumber blk = BufferGetBlockNumber(buf);
+        Buffer pbuf = InvalidBuffer;
+        if (level == 0) {
+            // Only a split of this page, which is locked, changes the root
+            // away from it.
+            DtMetaExtra x;
+            DtReadMetaPage(index, NULL, &x);
+            if (x.root != blk) {
+                UnlockReleaseBuffer(buf);
+                return;
+            }
+        } else {
+            pbuf = DtLockParent(index, path[level - 1], blk, BUFFER_LOCK_EXCLUSIVE, false);
+            if (DtFreeSpace(BufferGetPage(pbuf)) < dt::dtree::MaxDownlinkSpace()) {
+                UnlockReleaseBuffer(buf);
+                buf = pbuf;
+                level--;
+                continue;
+            }
+        }
+        Page meta = DtScratchPage(0), left = DtScratchPage(2), right = DtScratchPage(3), top = DtScratchPage(4);
+        Page old = BufferGetPage(buf);
+        DtCheckPage(index, old, blk, DT_INTERNAL | DT_LEAF);
+        DtItemList list;
+        DtCollectItems(old, InvalidOffsetNumber, InvalidOffsetNumber, NULL, 0, &list);
+        if (list.n < 2) elog(ERROR, "dtree: cannot split a page of %d items", list.n);
+        Buffer rbuf = DtNewBuffer(index);
+        uint16 kind = DtPageGetOpaque(old)->flags & (DT_INTERNAL | DT_LEAF);
+        const DtItemHeader *rfirst = DtSplitItems(old, &list, kind, left, right, BufferGetBlockNumber(rbuf));
+        Buffer bufs[4] = {buf, rbuf, InvalidBuffer, InvalidBuffer};
+        Page imgs[4] = {left, right, top, meta};
+        bool isnew[4] = {false, true, false, false};
+        int n = 3;
+        if (level == 0) {
+            bufs[2] = DtNewBuffer(index);
+            isnew[2] = true;
+            DtMakeRoot(top, blk, rfirst, BufferGetBlockNumber(rbuf));
+            bufs[3] = DtLockMeta(index, meta);
+            DtPageGetMetaExtra(meta)->root = BufferGetBlockNumber(bufs[2]);
+            DtPageGetMetaExtra(meta)->height += 1;
+            n = 4;
+        } else {
+            bufs[2] = pbuf;
+            DtCopyPage(top, pbuf);
+            DtAddDownlink(index, top, blk, DtItemKey(rfirst), rfirst->keylen, BufferGetBlockNumber(rbuf));
+        }
+        DtWritePages(index, n, bufs, imgs, isnew);
+        for (int i = n - 1; i >= 0; i--) UnlockReleaseBuffer(bufs[i]);
+        pfree(list.items);
+        pfree(list.sizes);
+        return;
+    }
+}
+
+// The page of a chain that takes a posting for row tid: the last page
+// whose first row is at or below tid, or the head when there is none.  The
+// walk takes one share lock at a time.  Under the leaf's exclusive lock the
+// chain cannot change and the answer is exact; without it the answer is a
+// guess to be checked (DtLockGuessedPage), a page that VACUUM deleted
+// meanwhile is passed by its right link, which it keeps, and a page that is
+// no posting page at all ends the guess.
+static BlockNumber DtChainSearch(Relation index, BlockNumber head, uint64 tid, bool guessing) {
+    BlockNumber target = head, blk = head;
+    while (blk != InvalidBlockNumber) {
+        Buffer b = ReadBuffer(index, blk);
+        LockBuffer(b, BUFFER_LOCK_SHARE);
+        Page pg = BufferGetPage(b);
+        if (guessing && (PageIsNew(pg) || PageGetSpecialSize(pg) != MAXALIGN(sizeof(DtPageOpaque)) ||
+                         DtPageGetOpaque(pg)->page_id != DTREE_PAGE_ID ||
+                         !(DtPageGetOpaque(pg)->flags & (DT_POSTING | DT_DELETED)))) {
+            UnlockReleaseBuffer(b);
+            break;
+        }
+        DtCheckPage(index, pg, blk, DT_POSTING | DT_DELETED);
+        bool live = !(DtPageGetOpaque(pg)->flags & DT_DELETED);
+        DtPostingPageHeader *h = DtPageGetPostingHeader(pg);
+        bool stop = live && h->npostings > 0 && h->firsttid > tid;
+        if (live && h->npostings > 0 && !stop) target = blk;
+        BlockNumber next = DtPageGetOpaque(pg)->rightlink;
+        UnlockReleaseBuffer(b);
+        if (stop) break;
+        blk = next;
+    }
+    return target;
+}
+
+// The guessed page blk, exclusively locked, if a posting for row tid may go
+// there without breaking the chain's row order: a live posting page whose
+// first row is at or below tid (or the head), and tid at or below its last
+// row or the next page's first row.  Otherwise InvalidBuffer.  The caller
+// holds the leaf's exclusive lock, so the chain does not change under the
+// check.  The page is still one of this chain's: a page VACUUM unlinks is
+// reused only when no running transaction's snapshot is older than its
+// unlinking, and the caller's is.
+static Buffer DtLockGuessedPage(Relation index, BlockNumber blk, const DtChainRef *ref, uint64 tid) {
+    Buffer b = ReadBuffer(index, blk);
+    LockBuffer(b, BUFFER_LOCK_EXCLUSIVE);
+    Page pg = BufferGetPage(b);
+    DtPageOpaque *op = DtPageGetOpaque(pg);
+    DtPostingPageHeader *h = DtPageGetPostingHeader(pg);
+    bool ok = !PageIsNew(pg) && PageGetSpecialSize(pg) == MAXALIGN(sizeof(DtPageOpaque)) &&
+              op->page_id == DTREE_PAGE_ID && op->flags == DT_POSTING &&
+              (blk == ref->head || (h->npostings > 0 && h->firsttid <= tid));
+    if (ok && op->rightlink != InvalidBlockNumber && !(h->npostings > 0 && tid <= h->lasttid)) {
+        Buffer nb = ReadBuffer(index, op->rightlink);
+        LockBuffer(nb, BUFFER_LOCK_SHARE);
+        Page np = BufferGetPage(nb);
+        DtCheckPage(index, np, op->rightlink, DT_POSTING);
+        DtPostingPageHeader *nh = DtPageGetPostingHeader(np);
+        ok = nh->npostings > 0 && nh->firsttid >= tid;
+        UnlockReleaseBuffer(nb);
+    }
+    if (ok) return b;
+    UnlockReleaseBuffer(b);
+    return InvalidBuffer;
+}
+
+// Adds p to the chain of the entry at off of the exclusively locked leaf
+// (image in leafimg).  An append (a row at or beyond the tail's first row)
+// locks the tail at once.  A posting for a row further back goes to the
+// page DtChainSearch names; the search of a long chain does not hold the
+// leaf: when *guess is not yet set, it is left to the caller (returns
+// false with *head set; the caller releases the leaf, searches, sets
+// *guess and starts again).  A guess that fails its check is replaced by a
+// search under the leaf's lock.
+static bool DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNumber off, const dt::Posting *p,
+                          int32 dterms, int32 ddocs, bool doclist, BlockNumber *guess, BlockNumber *head) {
     DtItemHeader *ih = DtPageItem(leafimg, off);
     DtChainRef ref;
     memcpy(&ref, DtItemPayload(ih), sizeof(ref));
-    // The target page: the last page whose first row is <= p's row (the
-    // head when none is); the tail takes appends at once.
-    BlockNumber target = InvalidBlockNumber;
-    {
-        Buffer b = ReadBuffer(index, ref.tail);
-        LockBuffer(b, BUFFER_LOCK_SHARE);
-        Page pg = BufferGetPage(b);
-        DtCheckPage(index, pg, ref.tail, DT_POSTING);
-        DtPostingPageHeader *h = DtPageGetPostingHeader(pg);
-        if (h->npostings > 0 && h->firsttid <= p->tid) target = ref.tail;
-        UnlockReleaseBuffer(b);
-    }
-    if (target == InvalidBlockNumber) {
-        target = ref.head;
-        BlockNumber blk = ref.head;
-        while (blk != InvalidBlockNumber) {
-            Buffer b = ReadBuffer(index, blk);
-            LockBuffer(b, BUFFER_LOCK_SHARE);
-            Page pg = BufferGetPage(b);
-            DtCheckPage(index, pg, blk, DT_POSTING);
-            DtPostingPageHeader *h = DtPageGetPostingHeader(pg);
-            bool stop = h->npostings > 0 && h->firsttid > p->tid;
-            if (h->npostings > 0 && !stop) target = blk;
-            BlockNumber next = DtPageGetOpaque(pg)->rightlink;
-            UnlockReleaseBuffer(b);
-            if (stop) break;
-            blk = next;
-        }
-    }
-    Buffer tbuf = ReadBuffer(index, target);
+    BlockNumber target = ref.tail;
+    Buffer tbuf = ReadBuffer(index, ref.tail);
     LockBuffer(tbuf, BUFFER_LOCK_EXCLUSIVE);
     Page tpage = BufferGetPage(tbuf);
-    DtCheckPage(index, tpage, target, DT_POSTING);
+    DtCheckPage(index, tpage, ref.tail, DT_POSTING);
     DtPostingPageHeader *th = DtPageGetPostingHeader(tpage);
+    if (ref.tail != ref.head && !(th->npostings > 0 && th->firsttid <= p->tid)) {
+        UnlockReleaseBuffer(tbuf);
+        tbuf = InvalidBuffer;
+        if (*guess == InvalidBlockNumber) {
+            *head = ref.head;
+            return false;
+        }
+        tbuf = DtLockGuessedPage(index, *guess, &ref, p->tid);
+        target = *guess;
+        if (tbuf == InvalidBuffer) {
+            target = DtChainSearch(index, ref.head, p->tid, false);
+            tbuf = ReadBuffer(index, target);
+            LockBuffer(tbuf, BUFFER_LOCK_EXCLUSIVE);
+        }
+        tpage = BufferGetPage(tbuf);
+        DtCheckPage(index, tpage, target, DT_POSTING);
+        th = DtPageGetPostingHeader(tpage);
+    }
     uint32 n = th->npostings;
     if (n > 0 && p->tid >= th->lasttid && th->nbytes + dt::PostingSize(*p, th->lasttid) <= DT_POSTING_CAPACITY) {
         // An append: the new posting's bytes go after the others.
@@ -271,7 +402,7 @@ static void DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
         DtWritePages(index, 3, bufs, imgs, NULL);
         UnlockReleaseBuffer(mbuf);
         UnlockReleaseBuffer(tbuf);
-        return;
+        return true;
     }
     dt::Posting *arr = (dt::Posting *) palloc(sizeof(dt::Posting) * (n + 1));
     if (n && dt::DecodePostings(DtPostingPageData(tpage), th->nbytes, 0, arr, n) == SIZE_MAX)
@@ -287,6 +418,7 @@ static void DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
     bool isnew[4] = {false, false, false, false};
     int nb = 0;
     ih->value += 1;
+    Buffer qbuf = InvalidBuffer;
     if (dt::EncodedSize(arr, n, 0) <= DT_POSTING_CAPACITY) {
         DtFillPostingPage(timg, arr, n, oldright);
         bufs[nb] = tbuf;
@@ -294,7 +426,7 @@ static void DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
     } else {
         // Appends keep the old page full; other inserts split it in half.
         uint32 k = (pos == n - 1) ? n - 1 : n / 2;
-        Buffer qbuf = DtNewBuffer(index);
+        qbuf = DtNewBuffer(index);
         DtFillPostingPage(timg, arr, k, BufferGetBlockNumber(qbuf));
         DtFillPostingPage(qimg, arr + k, n - k, oldright);
         bufs[nb] = tbuf;
@@ -315,182 +447,275 @@ static void DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
     imgs[nb++] = meta;
     DtWritePages(index, nb, bufs, imgs, isnew);
     UnlockReleaseBuffer(mbuf);
+    if (qbuf != InvalidBuffer) UnlockReleaseBuffer(qbuf);
     UnlockReleaseBuffer(tbuf);
-    if (nb == 4) UnlockReleaseBuffer(bufs[1]);
     pfree(arr);
+    return true;
 }
 
-// True if the locked-or-not internal page blk can take one more downlink.
-static bool DtHasRoomForDownlink(Relation index, BlockNumber blk) {
-    Buffer b = ReadBuffer(index, blk);
-    LockBuffer(b, BUFFER_LOCK_SHARE);
-    bool room = DtFreeSpace(BufferGetPage(b)) >= dt::dtree::MaxDownlinkSpace();
-    UnlockReleaseBuffer(b);
-    return room;
+// The first entry of an empty tree makes the root leaf.  False when another
+// insert made it first.
+static bool DtMakeFirstLeaf(Relation index, const char *key, int keylen, const dt::Posting *p, int32 dterms,
+                            int32 ddocs) {
+    bool doclist = keylen == 0;
+    Page meta = DtScratchPage(0), img = DtScratchPage(1);
+    Buffer mbuf = DtLockMeta(index, meta);
+    if (DtPageGetMetaExtra(meta)->root != InvalidBlockNumber) {
+        UnlockReleaseBuffer(mbuf);
+        return false;
+    }
+    Buffer lbuf = DtNewBuffer(index);
+    DtInitPage(img, DT_LEAF | DT_RIGHTMOST);
+    unsigned char pb[32];
+    size_t nb = dt::EncodePostings(p, 1, 0, pb, sizeof(pb));
+    Size sz;
+    DtItemHeader *it = DtMakeItem(kInlineEntry, key, keylen, 1, pb, nb, &sz);
+    DtAddItemOrDie(img, it, sz, InvalidOffsetNumber);
+    DtPageGetMetaExtra(meta)->root = BufferGetBlockNumber(lbuf);
+    DtPageGetMetaExtra(meta)->height = 1;
+    DtMetaDeltas(meta, dterms, ddocs, doclist ? 0 : 1, doclist ? 0 : 1);
+    Buffer bufs[2] = {lbuf, mbuf};
+    Page imgs[2] = {img, meta};
+    bool isnew[2] = {true, false};
+    DtWritePages(index, 2, bufs, imgs, isnew);
+    UnlockReleaseBuffer(lbuf);
+    UnlockReleaseBuffer(mbuf);
+    pfree(it);
+    return true;
+}
+
+// What adding a posting to an inline list (or a new entry) of a leaf image
+// came to.
+typedef enum DtInlineResult {
+    DT_INLINE_ADDED,     // the image holds the posting
+    DT_INLINE_TOO_LONG,  // the list must move to a posting page (*arr, *n: the list with p)
+    DT_INLINE_NO_ROOM    // the leaf must split first
+} DtInlineResult;
+
+// Adds p to key's inline entry at off of the leaf image img, or as a new
+// entry at insertat when off is InvalidOffsetNumber (*newentry says which).
+// The image is unchanged unless the result is DT_INLINE_ADDED.
+static DtInlineResult DtAddInline(Relation index, Page img, BlockNumber blk, const char *key, int keylen,
+                                  OffsetNumber off, OffsetNumber insertat, const dt::Posting *p, bool *newentry,
+                                  dt::Posting **arrout, uint32 *nout) {
+    DtItemHeader *item;
+    Size itemsz;
+    *newentry = off == InvalidOffsetNumber;
+    if (*newentry) {
+        unsigned char pb[32];
+        size_t nb = dt::EncodePostings(p, 1, 0, pb, sizeof(pb));
+        item = DtMakeItem(kInlineEntry, key, keylen, 1, pb, nb, &itemsz);
+    } else {
+        DtItemHeader *old = DtPageItem(img, off);
+        uint32 n = old->value;
+        Size paylen = ItemIdGetLength(PageGetItemId(img, off)) - sizeof(DtItemHeader) - old->keylen;
+        dt::Posting *arr = (dt::Posting *) palloc(sizeof(dt::Posting) * (n + 1));
+        if (n && dt::DecodePostings(DtItemPayload(old), paylen, 0, arr, n) == SIZE_MAX)
+            ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
+                            errmsg("dtree index \"%s\" has an undecodable entry at block %u",
+                                   RelationGetRelationName(index), blk)));
+        dt::InsertPosting(arr, n, *p);
+        n++;
+        size_t need = dt::EncodedSize(arr, n, 0);
+        if (need > dt::dtree::InlineLimit(keylen, DT_ITEM_SPACE)) {
+            *arrout = arr;
+            *nout = n;
+            return DT_INLINE_TOO_LONG;
+        }
+        unsigned char *pb = (unsigned char *) palloc(need + 1);
+        dt::EncodePostings(arr, n, 0, pb, need);
+        item = DtMakeItem(kInlineEntry, key, keylen, n, pb, need, &itemsz);
+        pfree(pb);
+        pfree(arr);
+    }
+    bool placed = *newentry ? PageAddItem(img, (Item) item, itemsz, insertat, false, false) != InvalidOffsetNumber
+                            : PageIndexTupleOverwrite(img, off, (Item) item, itemsz);
+    pfree(item);
+    return placed ? DT_INLINE_ADDED : DT_INLINE_NO_ROOM;
+}
+
+static void DtCheckKeyLength(int keylen) {
+    if (keylen > (int) dt::dtree::kMaxKeyLen)
+        ereport(ERROR, (errcode(ERRCODE_PROGRAM_LIMIT_EXCEEDED),
+                        errmsg("term of %d bytes is too long for a dtree index", keylen)));
 }
 
 void DtInsertPosting(Relation index, const char *key, int keylen, const dt::Posting *p, int32 dterms, int32 ddocs) {
     bool doclist = keylen == 0;
-    if (keylen > (int) dt::dtree::kMaxKeyLen)
-        ereport(ERROR, (errcode(ERRCODE_PROGRAM_LIMIT_EXCEEDED),
-                        errmsg("term of %d bytes is too long for a dtree index", keylen)));
+    DtCheckKeyLength(keylen);
+    BlockNumber guess = InvalidBlockNumber;
     for (;;) {
         CHECK_FOR_INTERRUPTS();
-        DtMetaExtra x;
-        DtReadMetaPage(index, NULL, &x);
-        Page meta = DtScratchPage(0), img = DtScratchPage(1);
-        if (x.root == InvalidBlockNumber) {
-            // The first entry makes the root leaf.
-            Buffer lbuf = DtNewBuffer(index);
-            DtInitPage(img, DT_LEAF | DT_RIGHTMOST);
-            unsigned char pb[32];
-            size_t nb = dt::EncodePostings(p, 1, 0, pb, sizeof(pb));
-            Size sz;
-            DtItemHeader *it = DtMakeItem(kInlineEntry, key, keylen, 1, pb, nb, &sz);
-            DtAddItemOrDie(img, it, sz, InvalidOffsetNumber);
-            Buffer mbuf = DtLockMeta(index, meta);
-            DtPageGetMetaExtra(meta)->root = BufferGetBlockNumber(lbuf);
-            DtPageGetMetaExtra(meta)->height = 1;
-            DtMetaDeltas(meta, dterms, ddocs, doclist ? 0 : 1, doclist ? 0 : 1);
-            Buffer bufs[2] = {lbuf, mbuf};
-            Page imgs[2] = {img, meta};
-            bool isnew[2] = {true, false};
-            DtWritePages(index, 2, bufs, imgs, isnew);
-            UnlockReleaseBuffer(mbuf);
-            UnlockReleaseBuffer(lbuf);
-            return;
+        BlockNumber root = DtRoot(index);
+        if (root == InvalidBlockNumber) {
+            if (DtMakeFirstLeaf(index, key, keylen, p, dterms, ddocs)) return;
+            continue;
         }
+        Page meta = DtScratchPage(0), img = DtScratchPage(1);
         // Descend, remembering the internal pages passed.
         BlockNumber path[DT_MAX_HEIGHT];
         int depth = 0;
-        BlockNumber blk = DtDescend(index, x.root, key, keylen, path, &depth);
-        path[depth] = blk;
-        Buffer lbuf = ReadBuffer(index, blk);
-        LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
+        BlockNumber blk = DtDescend(index, root, key, keylen, path, &depth);
+        Buffer lbuf = DtLockLeaf(index, blk, key, keylen);
+        blk = BufferGetBlockNumber(lbuf);
         DtCopyPage(img, lbuf);
         OffsetNumber insertat;
         OffsetNumber off = DtFindEntry(img, key, keylen, &insertat);
         if (off != InvalidOffsetNumber && DtPageItem(img, off)->kind == kChainEntry) {
-            DtChainInsert(index, lbuf, img, off, p, dterms, ddocs, doclist);
+            BlockNumber head = InvalidBlockNumber;
+            bool done = DtChainInsert(index, lbuf, img, off, p, dterms, ddocs, doclist, &guess, &head);
             UnlockReleaseBuffer(lbuf);
-            return;
-        }
-        // The entry's new item.
-        DtItemHeader *item;
-        Size itemsz;
-        bool newentry = off == InvalidOffsetNumber;
-        Buffer cbuf = InvalidBuffer;
-        Page cimg = NULL;
-        if (newentry) {
-            unsigned char pb[32];
-            size_t nb = dt::EncodePostings(p, 1, 0, pb, sizeof(pb));
-            item = DtMakeItem(kInlineEntry, key, keylen, 1, pb, nb, &itemsz);
-        } else {
-            DtItemHeader *old = DtPageItem(img, off);
-            uint32 n = old->value;
-            Size paylen = ItemIdGetLength(PageGetItemId(img, off)) - sizeof(DtItemHeader) - old->keylen;
-            dt::Posting *arr = (dt::Posting *) palloc(sizeof(dt::Posting) * (n + 1));
-            if (n && dt::DecodePostings(DtItemPayload(old), paylen, 0, arr, n) == SIZE_MAX)
-                ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
-                                errmsg("dtree index \"%s\" has an undecodable entry at block %u",
-                                       RelationGetRelationName(index), blk)));
-            dt::InsertPosting(arr, n, *p);
-            n++;
-            size_t need = dt::EncodedSize(arr, n, 0);
-            if (need > dt::dtree::InlineLimit(keylen, DT_ITEM_SPACE)) {
-                // The list moves to a posting page of its own.
-                cbuf = DtNewBuffer(index);
-                cimg = DtScratchPage(5);
-                DtFillPostingPage(cimg, arr, n, InvalidBlockNumber);
-                DtChainRef ref = {BufferGetBlockNumber(cbuf), BufferGetBlockNumber(cbuf)};
-                item = DtMakeItem(kChainEntry, key, keylen, n, &ref, sizeof(ref), &itemsz);
-            } else {
-                unsigned char *pb = (unsigned char *) palloc(need + 1);
-                dt::EncodePostings(arr, n, 0, pb, need);
-                item = DtMakeItem(kInlineEntry, key, keylen, n, pb, need, &itemsz);
-            }
-            pfree(arr);
-        }
-        bool placed = newentry ? PageAddItem(img, (Item) item, itemsz, insertat, false, false) != InvalidOffsetNumber
-                               : PageIndexTupleOverwrite(img, off, (Item) item, itemsz);
-        if (placed) {
-            Buffer mbuf = DtLockMeta(index, meta);
-            DtMetaDeltas(meta, dterms, ddocs, doclist ? 0 : 1, (newentry && !doclist) ? 1 : 0);
-            Buffer bufs[3];
-            Page imgs[3];
-            bool isnew[3] = {false, false, false};
-            int nb = 0;
-            bufs[nb] = lbuf;
-            imgs[nb++] = img;
-            if (cbuf != InvalidBuffer) {
-                bufs[nb] = cbuf;
-                isnew[nb] = true;
-                imgs[nb++] = cimg;
-            }
-            bufs[nb] = mbuf;
-            imgs[nb++] = meta;
-            DtWritePages(index, nb, bufs, imgs, isnew);
-            UnlockReleaseBuffer(mbuf);
-            if (cbuf != InvalidBuffer) UnlockReleaseBuffer(cbuf);
-            UnlockReleaseBuffer(lbuf);
-            return;
-        }
-        if (cbuf != InvalidBuffer) elog(ERROR, "dtree: a shrinking entry did not fit");
-        // The leaf must split.  Its parent needs room for a downlink; if it
-        // has none, split the highest full ancestor first and start again.
-        if (depth > 0 && !DtHasRoomForDownlink(index, path[depth - 1])) {
-            UnlockReleaseBuffer(lbuf);
-            int j = depth - 1;
-            while (j > 0 && !DtHasRoomForDownlink(index, path[j - 1])) j--;
-            DtSplitTreePage(index, path, j);
+            if (done) return;
+            guess = DtChainSearch(index, head, p->tid, true);
             continue;
         }
-        DtItemList list;
-        DtCollectItems(img, newentry ? InvalidOffsetNumber : off, newentry ? insertat : off, item, itemsz, &list);
-        Page left = DtScratchPage(2), right = DtScratchPage(3), top = DtScratchPage(4);
-        Buffer rbuf = DtNewBuffer(index);
-        const DtItemHeader *rfirst = DtSplitItems(img, &list, DT_LEAF, left, right, BufferGetBlockNumber(rbuf));
-        Buffer tbuf;
-        bool isnew[4] = {false, true, false, false};
-        if (depth == 0) {
-            tbuf = DtNewBuffer(index);
-            DtMakeRoot(top, blk, rfirst, BufferGetBlockNumber(rbuf));
-            isnew[2] = true;
-        } else {
-            tbuf = ReadBuffer(index, path[depth - 1]);
-            LockBuffer(tbuf, BUFFER_LOCK_EXCLUSIVE);
-            DtCopyPage(top, tbuf);
-            DtAddDownlink(index, top, blk, DtItemKey(rfirst), rfirst->keylen, BufferGetBlockNumber(rbuf));
+        bool newentry;
+        dt::Posting *arr = NULL;
+        uint32 n = 0;
+        DtInlineResult r = DtAddInline(index, img, blk, key, keylen, off, insertat, p, &newentry, &arr, &n);
+        if (r == DT_INLINE_NO_ROOM) {
+            // The leaf is full: split it (or what must split first) and
+            // start again.
+            DtSplitLocked(index, lbuf, path, depth);
+            continue;
+        }
+        Buffer bufs[3];
+        Page imgs[3];
+        bool isnew[3] = {false, false, false};
+        int nb = 0;
+        bufs[nb] = lbuf;
+        imgs[nb++] = img;
+        if (r == DT_INLINE_TOO_LONG) {
+            // The list moves to a posting page of its own; the entry
+            // shrinks to a chain entry, which always fits.
+            Buffer cbuf = DtNewBuffer(index);
+            Page cimg = DtScratchPage(5);
+            DtFillPostingPage(cimg, arr, n, InvalidBlockNumber);
+            DtChainRef ref = {BufferGetBlockNumber(cbuf), BufferGetBlockNumber(cbuf)};
+            Size itemsz;
+            DtItemHeader *item = DtMakeItem(kChainEntry, key, keylen, n, &ref, sizeof(ref), &itemsz);
+            if (!PageIndexTupleOverwrite(img, off, (Item) item, itemsz)) elog(ERROR, "dtree: a shrinking entry did not fit");
+            pfree(item);
+            pfree(arr);
+            bufs[nb] = cbuf;
+            isnew[nb] = true;
+            imgs[nb++] = cimg;
         }
         Buffer mbuf = DtLockMeta(index, meta);
         DtMetaDeltas(meta, dterms, ddocs, doclist ? 0 : 1, (newentry && !doclist) ? 1 : 0);
-        if (depth == 0) {
-            DtPageGetMetaExtra(meta)->root = BufferGetBlockNumber(tbuf);
-            DtPageGetMetaExtra(meta)->height += 1;
-        }
-        Buffer bufs[4] = {lbuf, rbuf, tbuf, mbuf};
-        Page imgs[4] = {left, right, top, meta};
-        DtWritePages(index, 4, bufs, imgs, isnew);
-        for (int i = 0; i < 4; i++) UnlockReleaseBuffer(bufs[i]);
+        bufs[nb] = mbuf;
+        imgs[nb++] = meta;
+        DtWritePages(index, nb, bufs, imgs, isnew);
+        for (int i = nb - 1; i >= 0; i--) UnlockReleaseBuffer(bufs[i]);
         return;
     }
 }
 
-// aminsert: the row's postings, then its entry in the document list.
+// Leaves changed by one document's insert that are still to be written:
+// up to three, left to right, each exclusively locked, with the counter
+// deltas of the postings they took.
+#define DT_BATCH_LEAVES (MAX_GENERIC_XLOG_PAGES - 1)
+typedef struct DtLeafBatch {
+    int n;
+    Buffer bufs[DT_BATCH_LEAVES];
+    Page imgs[DT_BATCH_LEAVES];
+    int32 dterms, dpostings, ddistinct;
+} DtLeafBatch;
+
+// Writes the batch's leaves and the meta page as one record.
+static void DtFlushBatch(Relation index, DtLeafBatch *b) {
+    if (b->n == 0) return;
+    Buffer bufs[MAX_GENERIC_XLOG_PAGES];
+    Page imgs[MAX_GENERIC_XLOG_PAGES];
+    for (int i = 0; i < b->n; i++) {
+        bufs[i] = b->bufs[i];
+        imgs[i] = b->imgs[i];
+    }
+    Page meta = DtScratchPage(0);
+    bufs[b->n] = DtLockMeta(index, meta);
+    imgs[b->n] = meta;
+    DtMetaDeltas(meta, b->dterms, 0, b->dpostings, b->ddistinct);
+    DtWritePages(index, b->n + 1, bufs, imgs, NULL);
+    for (int i = b->n; i >= 0; i--) UnlockReleaseBuffer(bufs[i]);
+    b->n = 0;
+    b->dterms = b->dpostings = b->ddistinct = 0;
+}
+
+// The postings of one document's terms (distinct, in byte order), several
+// leaves to a record: a posting that stays inline in its leaf is added to
+// the leaf's image and the leaf stays locked, until three leaves are held
+// or a posting needs more (a chain, a list that moves to a posting page,
+// a split): then the leaves held are written with the meta page in one
+// record, released, and that posting goes in on its own.  The leaves are
+// locked left to right, as the terms come, and none is locked twice: a
+// term beyond the high key of the last leaf held is in a leaf to its right.
+static void DtInsertDocTerms(Relation index, const DtDocTerms *t, uint64 tid) {
+    DtLeafBatch b;
+    memset(&b, 0, sizeof(b));
+    for (int i = 0; i < t->nterms; i++) {
+        const char *key = t->terms[i];
+        int keylen = t->lens[i];
+        dt::Posting p = {tid, (uint32) t->counts[i], t->wordcnt};
+        DtCheckKeyLength(keylen);
+        Buffer lbuf = InvalidBuffer;
+        Page img = NULL;
+        // Terms out of order would break the left-to-right locking.
+        if (i > 0 && dt::CompareTerms(t->terms[i - 1], t->lens[i - 1], key, keylen) > 0) DtFlushBatch(index, &b);
+        bool held = b.n > 0 && !DtBeyondHighKey(b.imgs[b.n - 1], key, keylen);
+        if (held) {
+            lbuf = b.bufs[b.n - 1];
+            img = b.imgs[b.n - 1];
+        } else {
+            if (b.n == DT_BATCH_LEAVES) DtFlushBatch(index, &b);
+            BlockNumber root = DtRootNotHeld(index, b.bufs, b.n);
+            if (root != InvalidBlockNumber) {
+                BlockNumber blk = DtDescend(index, root, key, keylen, NULL, NULL);
+                lbuf = DtLockLeaf(index, blk, key, keylen);
+                img = DtScratchPage(1 + b.n);
+                DtCopyPage(img, lbuf);
+            }
+        }
+        DtInlineResult r = DT_INLINE_NO_ROOM;
+        bool newentry = false;
+        if (lbuf != InvalidBuffer) {
+            OffsetNumber insertat;
+            OffsetNumber off = DtFindEntry(img, key, keylen, &insertat);
+            if (off == InvalidOffsetNumber || DtPageItem(img, off)->kind == kInlineEntry) {
+                dt::Posting *arr = NULL;
+                uint32 n = 0;
+                r = DtAddInline(index, img, BufferGetBlockNumber(lbuf), key, keylen, off, insertat, &p, &newentry, &arr,
+                                &n);
+                if (arr) pfree(arr);
+            }
+        }
+        if (r == DT_INLINE_ADDED) {
+            if (!held) {
+                b.bufs[b.n] = lbuf;
+                b.imgs[b.n++] = img;
+            }
+            b.dterms += t->counts[i];
+            b.dpostings += 1;
+            b.ddistinct += newentry ? 1 : 0;
+            continue;
+        }
+        if (lbuf != InvalidBuffer && !held) UnlockReleaseBuffer(lbuf);
+        DtFlushBatch(index, &b);
+        DtInsertPosting(index, key, keylen, &p, t->counts[i], 0);
+    }
+    DtFlushBatch(index, &b);
+}
+
+// aminsert: the row's entry in the document list (its key sorts before
+// every term), then the postings of its terms.
 bool dtinsert(Relation index, Datum *values, bool *isnull, ItemPointer ht_ctid, Relation heapRel,
               IndexUniqueCheck checkUnique, bool indexUnchanged, IndexInfo *indexInfo) {
     if (isnull[0]) return false;
     DtDocTerms t;
     DtGetDocTerms(values[0], &t);
     uint64 tid = dt::MakeTid48(ItemPointerGetBlockNumber(ht_ctid), ItemPointerGetOffsetNumber(ht_ctid));
-    DtLockWriters(index);
-    for (int i = 0; i < t.nterms; i++) {
-        dt::Posting p = {tid, (uint32) t.counts[i], t.wordcnt};
-        DtInsertPosting(index, t.terms[i], t.lens[i], &p, t.counts[i], 0);
-    }
     dt::Posting d = {tid, (uint32) Min(t.total, (int64) PG_INT32_MAX), t.wordcnt};
     DtInsertPosting(index, DT_DOCLIST_KEY, DT_DOCLIST_KEYLEN, &d, 0, 1);
-    DtUnlockWriters(index);
+    DtInsertDocTerms(index, &t, tid);
     DtFreeDocTerms(&t);
     return false;
 }

@@ -10,6 +10,7 @@
 
 extern "C" {
 #include "miscadmin.h"
+#include "utils/memutils.h"
 }
 
 struct DtPostingIter {
@@ -29,9 +30,13 @@ BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int key
         Buffer buf = ReadBuffer(index, blk);
         LockBuffer(buf, BUFFER_LOCK_SHARE);
         Page page = BufferGetPage(buf);
-        DtCheckPage(index, page, blk, DT_LEAF | DT_INTERNAL);
+        DtCheckPage(index, page, blk, DT_LEAF | DT_INTERNAL | DT_DELETED);
         BlockNumber next;
-        if (DtBeyondHighKey(page, key, keylen)) {
+        if (DtPageGetOpaque(page)->flags & DT_DELETED) {
+            // An empty leaf that VACUUM took out of the tree after the
+            // downlink was read: its right sibling took over its keys.
+            next = DtPageGetOpaque(page)->rightlink;
+        } else if (DtBeyondHighKey(page, key, keylen)) {
             next = DtPageGetOpaque(page)->rightlink;
         } else if (DtPageGetOpaque(page)->flags & DT_INTERNAL) {
             if (d >= DT_MAX_HEIGHT - 1) elog(ERROR, "dtree: tree too high");
@@ -49,23 +54,47 @@ BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int key
     return blk;
 }
 
-BlockNumber DtLeftmostLeaf(Relation index) {
+BlockNumber DtRoot(Relation index) { return DtRootNotHeld(index, NULL, 0); }
+
+BlockNumber DtRootNotHeld(Relation index, const Buffer *held, int nheld) {
+    bool cached = index->rd_amcache != NULL;
+    for (int i = 0; cached && i < nheld; i++)
+        if (BufferGetBlockNumber(held[i]) == *(BlockNumber *) index->rd_amcache) cached = false;
+    if (cached) {
+        // Still the root if it has no right sibling: a root gets one when
+        // it splits under a new root, and keeps it (the rightmost child of
+        // a parent never leaves the tree).
+        BlockNumber blk = *(BlockNumber *) index->rd_amcache;
+        Buffer buf = ReadBuffer(index, blk);
+        LockBuffer(buf, BUFFER_LOCK_SHARE);
+        Page page = BufferGetPage(buf);
+        bool ok = !PageIsNew(page) && PageGetSpecialSize(page) == MAXALIGN(sizeof(DtPageOpaque)) &&
+                  DtPageGetOpaque(page)->page_id == DTREE_PAGE_ID && DtPageIsTree(page) &&
+                  (DtPageGetOpaque(page)->flags & DT_RIGHTMOST);
+        UnlockReleaseBuffer(buf);
+        if (ok) return blk;
+    }
     DtMetaExtra x;
     DtReadMetaPage(index, NULL, &x);
-    return DtDescend(index, x.root, "", 0, NULL, NULL);
+    if (x.root != InvalidBlockNumber) {
+        if (!index->rd_amcache) index->rd_amcache = MemoryContextAlloc(index->rd_indexcxt, sizeof(BlockNumber));
+        *(BlockNumber *) index->rd_amcache = x.root;
+    }
+    return x.root;
 }
 
+BlockNumber DtLeftmostLeaf(Relation index) { return DtDescend(index, DtRoot(index), "", 0, NULL, NULL); }
+
 DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len) {
-    DtMetaExtra x;
-    DtReadMetaPage(index, NULL, &x);
-    BlockNumber blk = DtDescend(index, x.root, key, keylen, NULL, NULL);
+    BlockNumber blk = DtDescend(index, DtRoot(index), key, keylen, NULL, NULL);
     while (blk != InvalidBlockNumber) {
         Buffer buf = ReadBuffer(index, blk);
         LockBuffer(buf, BUFFER_LOCK_SHARE);
         Page page = BufferGetPage(buf);
-        DtCheckPage(index, page, blk, DT_LEAF);
-        if (DtBeyondHighKey(page, key, keylen)) {
-            // The leaf split after the descent left it.
+        DtCheckPage(index, page, blk, DT_LEAF | DT_DELETED);
+        if ((DtPageGetOpaque(page)->flags & DT_DELETED) || DtBeyondHighKey(page, key, keylen)) {
+            // The leaf split (or, empty, left the tree) after the descent
+            // left it.
             blk = DtPageGetOpaque(page)->rightlink;
             UnlockReleaseBuffer(buf);
             continue;

@@ -89,13 +89,11 @@ static void DtAddIndexTermsC(text *name, ItemPointer argtid, char **words, int n
         if (DtSkipTo(it, tid, &p) && ItemPointerEquals(&p.tid, tid)) wordcnt = p.wordcnt;
         DtEndPostings(it);
         uint64 t48 = dt::MakeTid48(ItemPointerGetBlockNumber(tid), ItemPointerGetOffsetNumber(tid));
-        DtLockWriters(index);
         for (int i = 0; i < nwords; i++) {
             CHECK_FOR_INTERRUPTS();
             dt::Posting post = {t48, 1, wordcnt};
             DtInsertPosting(index, words[i], (int) strlen(words[i]), &post, 1, 0);
         }
-        DtUnlockWriters(index);
     }
     table_close(heap, AccessShareLock);
     relation_close(index, RowExclusiveLock);
@@ -145,10 +143,11 @@ static void DtIndexEntriesC(Oid relid, FunctionCallInfo fcinfo) {
     while (blk != InvalidBlockNumber) {
         Buffer b = ReadBuffer(index, blk);
         LockBuffer(b, BUFFER_LOCK_SHARE);
-        DtCheckPage(index, BufferGetPage(b), blk, DT_LEAF);
+        DtCheckPage(index, BufferGetPage(b), blk, DT_LEAF | DT_DELETED);
         DtCopyPage(img, b);
         UnlockReleaseBuffer(b);
-        for (OffsetNumber off = DtFirstDataOffset(img); off <= PageGetMaxOffsetNumber(img); off++) {
+        // An empty leaf VACUUM took out of the tree keeps its right link.
+        for (OffsetNumber off = DtFirstDataOffset(img); !(DtPageGetOpaque(img)->flags & DT_DELETED) && off <= PageGetMaxOffsetNumber(img); off++) {
             DtItemHeader *ih = DtPageItem(img, off);
             DtPostingIter *it = ih->keylen == 0 ? DtBeginDocList(index) : DtBeginTermPostings(index, DtItemKey(ih), ih->keylen);
             text *term = cstring_to_text_with_len(DtItemKey(ih), ih->keylen);

@@ -132,10 +132,39 @@ static void DtVacuumInline(Relation index, Buffer lbuf, Page img, IndexBulkDelet
     pfree(out);
 }
 
-// The chain of the entry at off of the locked leaf (image in img): one
-// record per changed posting page, with the leaf's count and the counters.
-static void DtVacuumChain(Relation index, Buffer lbuf, Page img, OffsetNumber off, IndexBulkDeleteCallback callback,
-                          void *cbstate, IndexBulkDeleteResult *stats, BufferAccessStrategy strategy) {
+// Chain pages VACUUM does under one exclusive lock of their leaf; then it
+// lets the leaf go for a moment, so that inserts into the entry (the
+// document list takes one per new row) wait for a few pages at most.
+#define DT_VACUUM_BATCH 8
+
+// The page of a chain whose right link is blk, exclusively locked: from
+// blk's predecessor when VACUUM last held the chain, moving right past the
+// pages that inserts split off it since.
+static Buffer DtLockPredecessor(Relation index, BlockNumber from, BlockNumber blk) {
+    BlockNumber cur = from;
+    while (cur != InvalidBlockNumber) {
+        Buffer buf = ReadBuffer(index, cur);
+        LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
+        DtCheckPage(index, BufferGetPage(buf), cur, DT_POSTING);
+        BlockNumber next = DtPageGetOpaque(BufferGetPage(buf))->rightlink;
+        if (next == blk) return buf;
+        UnlockReleaseBuffer(buf);
+        cur = next;
+    }
+    ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
+                    errmsg("dtree index \"%s\": posting page %u is not reached from block %u",
+                           RelationGetRelationName(index), blk, from)));
+}
+
+// Does up to DT_VACUUM_BATCH pages of the chain of the entry at off of the
+// locked leaf (image in img), from blk (prev: its predecessor, locked, or
+// InvalidBuffer for the head): one record per changed posting page, with
+// the leaf's count and the counters.  Returns the next page to do
+// (InvalidBlockNumber at the chain's end); *prev is then the last page
+// kept, still locked.
+static BlockNumber DtVacuumChainPages(Relation index, Buffer lbuf, Page img, OffsetNumber off, BlockNumber blk,
+                                      Buffer *prevp, IndexBulkDeleteCallback callback, void *cbstate,
+                                      IndexBulkDeleteResult *stats, BufferAccessStrategy strategy) {
     DtItemHeader *ih = DtPageItem(img, off);
     bool doclist = ih->keylen == 0;
     DtChainRef ref;
@@ -143,9 +172,8 @@ static void DtVacuumChain(Relation index, Buffer lbuf, Page img, OffsetNumber of
     Page pimg = DtPageImage(), meta = DtPageImage(), previmg = DtPageImage();
     dt::Posting *arr = (dt::Posting *) palloc(sizeof(dt::Posting) * 2048);
     uint32 cap = 2048;
-    Buffer prev = InvalidBuffer;
-    BlockNumber blk = ref.head;
-    while (blk != InvalidBlockNumber) {
+    Buffer prev = *prevp;
+    for (int done = 0; blk != InvalidBlockNumber && done < DT_VACUUM_BATCH; done++) {
         vacuum_delay_point();
         Buffer buf = ReadBufferExtended(index, MAIN_FORKNUM, blk, RBM_NORMAL, strategy);
         LockBuffer(buf, BUFFER_LOCK_EXCLUSIVE);
@@ -204,7 +232,6 @@ static void DtVacuumChain(Relation index, Buffer lbuf, Page img, OffsetNumber of
                 stats->pages_deleted++;
                 stats->pages_newly_deleted++;
                 UnlockReleaseBuffer(buf);
-                CHECK_FOR_INTERRUPTS();
                 blk = next;
                 continue;
             }
@@ -213,11 +240,12 @@ static void DtVacuumChain(Relation index, Buffer lbuf, Page img, OffsetNumber of
         prev = buf;
         blk = next;
     }
-    if (prev != InvalidBuffer) UnlockReleaseBuffer(prev);
+    *prevp = prev;
     pfree(arr);
     pfree(pimg);
     pfree(meta);
     pfree(previmg);
+    return blk;
 }
 
 // Removes the chain entry at off when its list is empty: the entry leaves
@@ -245,30 +273,195 @@ static void DtDropEmptyChain(Relation index, Buffer lbuf, Page img, OffsetNumber
     pfree(meta);
 }
 
+// The chain of key's entry, whose leaf was leafblk (or one to its right,
+// where a split moved it), a few pages at a time, then the entry itself
+// when its list is empty.
+static void DtVacuumChain(Relation index, BlockNumber leafblk, const char *key, int keylen,
+                          IndexBulkDeleteCallback callback, void *cbstate, IndexBulkDeleteResult *stats,
+                          BufferAccessStrategy strategy) {
+    Page img = DtPageImage();
+    BlockNumber resume = InvalidBlockNumber, prevblk = InvalidBlockNumber;
+    for (;;) {
+        CHECK_FOR_INTERRUPTS();
+        Buffer lbuf = ReadBufferExtended(index, MAIN_FORKNUM, leafblk, RBM_NORMAL, strategy);
+        LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
+        for (;;) {
+            Page lp = BufferGetPage(lbuf);
+            DtCheckPage(index, lp, leafblk, DT_LEAF | DT_DELETED);
+            if (!(DtPageGetOpaque(lp)->flags & DT_DELETED) && !DtBeyondHighKey(lp, key, keylen)) break;
+            leafblk = DtPageGetOpaque(BufferGetPage(lbuf))->rightlink;
+            UnlockReleaseBuffer(lbuf);
+            lbuf = ReadBufferExtended(index, MAIN_FORKNUM, leafblk, RBM_NORMAL, strategy);
+            LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
+        }
+        DtCheckPage(index, BufferGetPage(lbuf), leafblk, DT_LEAF);
+        DtCopyPage(img, lbuf);
+        OffsetNumber off = DtFindEntry(img, key, keylen, NULL);
+        if (off == InvalidOffsetNumber || DtPageItem(img, off)->kind != kChainEntry) {
+            // Only VACUUM removes entries, and a chain never goes back
+            // inline.
+            UnlockReleaseBuffer(lbuf);
+            ereport(ERROR, (errcode(ERRCODE_INDEX_CORRUPTED),
+                            errmsg("dtree index \"%s\": the chain entry of a term left leaf %u",
+                                   RelationGetRelationName(index), leafblk)));
+        }
+        DtChainRef ref;
+        memcpy(&ref, DtItemPayload(DtPageItem(img, off)), sizeof(ref));
+        BlockNumber blk = resume == InvalidBlockNumber ? ref.head : resume;
+        Buffer prev = prevblk == InvalidBlockNumber ? InvalidBuffer : DtLockPredecessor(index, prevblk, blk);
+        BlockNumber next = DtVacuumChainPages(index, lbuf, img, off, blk, &prev, callback, cbstate, stats, strategy);
+        if (next == InvalidBlockNumber) {
+            if (prev != InvalidBuffer) UnlockReleaseBuffer(prev);
+            DtDropEmptyChain(index, lbuf, img, off);
+            UnlockReleaseBuffer(lbuf);
+            break;
+        }
+        resume = next;
+        prevblk = prev == InvalidBuffer ? InvalidBlockNumber : BufferGetBlockNumber(prev);
+        if (prev != InvalidBuffer) UnlockReleaseBuffer(prev);
+        UnlockReleaseBuffer(lbuf);
+    }
+    pfree(img);
+}
+
+// Takes the empty leaf target (high key hikey) out of the tree, if it lies
+// between two siblings under one parent: the left sibling links past it,
+// and the parent's downlink to it leads to the right sibling instead, whose
+// own downlink goes, so that the right sibling takes over the target's keys.
+// One record of three pages, locked leaves left to right, then the parent.
+// The page is marked deleted and keeps its right link: a reader or writer
+// that still arrives on it (by a downlink or right link read before) moves
+// right, where its keys now are.  It is recycled once no transaction that
+// could have read a link to it is running.  False when the leaf is not
+// deleted (not empty any more, the leftmost or rightmost child of its
+// parent, the tree's only leaf, or changed meanwhile).
+static bool DtUnlinkEmptyLeaf(Relation index, BlockNumber target, const char *hikey, int hilen) {
+    DtMetaExtra x;
+    DtReadMetaPage(index, NULL, &x);
+    if (x.root == InvalidBlockNumber || x.height < 2) return false;
+    // The parent as a descent to the right sibling's keys passes it.
+    BlockNumber path[DT_MAX_HEIGHT];
+    int depth = 0;
+    DtDescend(index, x.root, hikey, hilen, path, &depth);
+    if (depth == 0) return false;
+    BlockNumber left = InvalidBlockNumber, right = InvalidBlockNumber, pblk = InvalidBlockNumber;
+    {
+        Buffer pbuf = DtLockParent(index, path[depth - 1], target, BUFFER_LOCK_SHARE, true);
+        if (pbuf == InvalidBuffer) return false;
+        Page pp = BufferGetPage(pbuf);
+        for (OffsetNumber off = DtFirstDataOffset(pp) + 1; off < PageGetMaxOffsetNumber(pp); off++)
+            if (DtPageItem(pp, off)->value == target) {
+                left = DtPageItem(pp, off - 1)->value;
+                right = DtPageItem(pp, off + 1)->value;
+                break;
+            }
+        pblk = BufferGetBlockNumber(pbuf);
+        UnlockReleaseBuffer(pbuf);
+    }
+    if (left == InvalidBlockNumber) return false;
+    Buffer lbuf = ReadBuffer(index, left);
+    LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
+    Page lp = BufferGetPage(lbuf);
+    DtCheckPage(index, lp, left, DT_LEAF);
+    if (DtPageGetOpaque(lp)->rightlink != target) {
+        UnlockReleaseBuffer(lbuf);
+        return false;
+    }
+    Buffer tbuf = ReadBuffer(index, target);
+    LockBuffer(tbuf, BUFFER_LOCK_EXCLUSIVE);
+    Page tp = BufferGetPage(tbuf);
+    DtCheckPage(index, tp, target, DT_LEAF);
+    DtPageOpaque *top = DtPageGetOpaque(tp);
+    bool ok = !(top->flags & DT_RIGHTMOST) && top->rightlink == right && PageGetMaxOffsetNumber(tp) == FirstOffsetNumber;
+    Buffer pbuf = ok ? DtLockParent(index, pblk, target, BUFFER_LOCK_EXCLUSIVE, true) : InvalidBuffer;
+    OffsetNumber at = InvalidOffsetNumber;
+    if (pbuf != InvalidBuffer) {
+        Page pp = BufferGetPage(pbuf);
+        for (OffsetNumber off = DtFirstDataOffset(pp) + 1; off < PageGetMaxOffsetNumber(pp); off++)
+            if (DtPageItem(pp, off)->value == target) {
+                if (DtPageItem(pp, off - 1)->value == left && DtPageItem(pp, off + 1)->value == right) at = off;
+                break;
+            }
+    }
+    if (at == InvalidOffsetNumber) {
+        if (pbuf != InvalidBuffer) UnlockReleaseBuffer(pbuf);
+        UnlockReleaseBuffer(tbuf);
+        UnlockReleaseBuffer(lbuf);
+        return false;
+    }
+    Page limg = DtPageImage(), timg = DtPageImage(), pimg = DtPageImage();
+    DtCopyPage(limg, lbuf);
+    DtPageGetOpaque(limg)->rightlink = right;
+    DtCopyPage(timg, tbuf);
+    DtMarkDeleted(timg);
+    DtPageGetOpaque(timg)->rightlink = right;
+    DtCopyPage(pimg, pbuf);
+    DtPageItem(pimg, at)->value = right;
+    PageIndexTupleDelete(pimg, OffsetNumberNext(at));
+    Buffer bufs[3] = {lbuf, tbuf, pbuf};
+    Page imgs[3] = {limg, timg, pimg};
+    DtWritePages(index, 3, bufs, imgs, NULL);
+    UnlockReleaseBuffer(pbuf);
+    UnlockReleaseBuffer(tbuf);
+    UnlockReleaseBuffer(lbuf);
+    pfree(limg);
+    pfree(timg);
+    pfree(pimg);
+    return true;
+}
+
 IndexBulkDeleteResult *dtbulkdelete(IndexVacuumInfo *info, IndexBulkDeleteResult *stats,
                                     IndexBulkDeleteCallback callback, void *callback_state) {
     Relation index = info->index;
     if (stats == NULL) stats = (IndexBulkDeleteResult *) palloc0(sizeof(IndexBulkDeleteResult));
     BlockNumber blk = DtLeftmostLeaf(index);
     Page img = DtPageImage();
+    // The leaves left to right.  A leaf that splits after VACUUM passed it
+    // leaves its right half behind VACUUM: those entries are done, and new
+    // postings never name the rows VACUUM removes (their line pointers stay
+    // dead until it has finished).
     while (blk != InvalidBlockNumber) {
         vacuum_delay_point();
-        DtLockWriters(index);
         Buffer lbuf = ReadBufferExtended(index, MAIN_FORKNUM, blk, RBM_NORMAL, info->strategy);
         LockBuffer(lbuf, BUFFER_LOCK_EXCLUSIVE);
         DtCheckPage(index, BufferGetPage(lbuf), blk, DT_LEAF);
         DtCopyPage(img, lbuf);
         BlockNumber next = DtPageGetOpaque(img)->rightlink;
         DtVacuumInline(index, lbuf, img, callback, callback_state, stats);
-        // Chains from the last entry back, so that dropping one moves none
-        // of those still to do.
-        for (OffsetNumber off = PageGetMaxOffsetNumber(img); off >= DtFirstDataOffset(img) && off > 0; off--) {
-            if (DtPageItem(img, off)->kind != kChainEntry) continue;
-            DtVacuumChain(index, lbuf, img, off, callback, callback_state, stats, info->strategy);
-            DtDropEmptyChain(index, lbuf, img, off);
+        // The keys of the chain entries, done after the leaf is released.
+        int nchains = 0;
+        bool rightmost = DtPageGetOpaque(img)->flags & DT_RIGHTMOST;
+        int nitems = PageGetMaxOffsetNumber(img) - DtFirstDataOffset(img) + 1;
+        char *hikey = NULL;
+        int hilen = 0;
+        if (!rightmost) {
+            DtItemHeader *hk = DtPageItem(img, FirstOffsetNumber);
+            hilen = hk->keylen;
+            hikey = (char *) palloc(hilen + 1);
+            memcpy(hikey, DtItemKey(hk), hilen);
+        }
+        char **keys = (char **) palloc(sizeof(char *) * (PageGetMaxOffsetNumber(img) + 1));
+        int *lens = (int *) palloc(sizeof(int) * (PageGetMaxOffsetNumber(img) + 1));
+        for (OffsetNumber off = DtFirstDataOffset(img); off <= PageGetMaxOffsetNumber(img); off++) {
+            DtItemHeader *ih = DtPageItem(img, off);
+            if (ih->kind != kChainEntry) continue;
+            keys[nchains] = (char *) palloc(ih->keylen + 1);
+            memcpy(keys[nchains], DtItemKey(ih), ih->keylen);
+            lens[nchains++] = ih->keylen;
         }
         UnlockReleaseBuffer(lbuf);
-        DtUnlockWriters(index);
+        for (int i = 0; i < nchains; i++) {
+            DtVacuumChain(index, blk, keys[i], lens[i], callback, callback_state, stats, info->strategy);
+            pfree(keys[i]);
+        }
+        pfree(keys);
+        pfree(lens);
+        // A leaf left with chain entries only may now be empty.
+        if (!rightmost && nitems == nchains && DtUnlinkEmptyLeaf(index, blk, hikey, hilen)) {
+            stats->pages_deleted++;
+            stats->pages_newly_deleted++;
+        }
+        if (hikey) pfree(hikey);
         blk = next;
     }
     pfree(img);
