@@ -114,12 +114,48 @@ dt::LeafPostings Postings(Relation index, const std::string *term, VisCheck *vis
     return out;
 }
 
+struct KeyArray {
+    uint64 *keys;
+    int64 n, cap;
+    bool sorted;
+};
+
+// Reads an iterator's rows as keys, each row once (C level: may raise).
+void CollectKeysC(DtPostingIter *it, KeyArray *out) {
+    DtPosting p;
+    out->sorted = true;
+    while (DtNextPosting(it, &p)) {
+        CHECK_FOR_INTERRUPTS();
+        uint64 key = dt::pg::RowKeyOf(&p.tid);
+        if (out->n > 0) {
+            uint64 last = out->keys[out->n - 1];
+            if (last == key) continue;  // repeats of a row are adjacent
+            if (key < last) out->sorted = false;
+        }
+        if (out->n == out->cap) {
+            out->cap = out->cap ? out->cap * 2 : 1024;
+            Size bytes = out->cap * sizeof(uint64);
+            out->keys = out->keys ? (uint64 *)repalloc_huge(out->keys, bytes)
+                                  : (uint64 *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
+        }
+        out->keys[out->n++] = key;
+    }
+    DtEndPostings(it);
+}
+
+// The rows of a term (all documents for a null term), without weights or
+// visibility: what a bitmap needs.
 dt::RowSet Rows(Relation index, const std::string *term) {
-    dt::LeafPostings ps = Postings(index, term, nullptr);
-    dt::RowSet out;
-    out.reserve(ps.size());
-    for (const dt::LeafPosting &p : ps)
-        if (out.empty() || out.back() != p.row) out.push_back(p.row);
+    KeyArray ka{nullptr, 0, 0, true};
+    ServerCall([&] {
+        CollectKeysC(term ? DtBeginTermPostings(index, term->data(), (int)term->size()) : DtBeginAllDocs(index), &ka);
+    });
+    dt::RowSet out(ka.keys, ka.keys + ka.n);
+    if (ka.keys) ServerCall([&] { pfree(ka.keys); });
+    if (!ka.sorted) {
+        std::sort(out.begin(), out.end());
+        out.erase(std::unique(out.begin(), out.end()), out.end());
+    }
     return out;
 }
 
