@@ -37,16 +37,24 @@ RowSet Eval(const DocExprNode *n, const RowSource &src, int depth) {
     case EXPR_ALL:
         return src.allRows();
     case EXPR_AND: {
-        RowSet left = Eval(n->node_left, src, depth + 1);
+        const DocExprNode *first = n->node_left, *second = n->node_right;
+        if (src.termCount && src.rowsWithTermAmong && first->node_op == EXPR_WORD &&
+            second->node_op == EXPR_WORD && src.termCount(first->node_word) > src.termCount(second->node_word))
+            std::swap(first, second);
+        RowSet left = Eval(first, src, depth + 1);
         if (left.empty()) return left;
-        return RowSetAnd(left, Eval(n->node_right, src, depth + 1));
+        if (src.rowsWithTermAmong && second->node_op == EXPR_WORD)
+            return src.rowsWithTermAmong(second->node_word, left);
+        return RowSetAnd(left, Eval(second, src, depth + 1));
     }
     case EXPR_OR:
         return RowSetOr(Eval(n->node_left, src, depth + 1), Eval(n->node_right, src, depth + 1));
     case EXPR_ANDNOT: {
         RowSet left = Eval(n->node_left, src, depth + 1);
         if (left.empty()) return left;
-        RowSet right = Eval(n->node_right, src, depth + 1);
+        RowSet right = src.rowsWithTermAmong && n->node_right->node_op == EXPR_WORD
+                           ? src.rowsWithTermAmong(n->node_right->node_word, left)
+                           : Eval(n->node_right, src, depth + 1);
         if (right.empty()) return left;
         return RowSetAndNot(left, right);
     }

@@ -30,13 +30,20 @@ RowSet RowSetAndNot(const RowSet &a, const RowSet &b);
 struct RowSource {
     std::function<RowSet(const std::string &term)> rowsWithTerm;
     std::function<RowSet()> allRows;
+    // Optional: the rows of among that hold the term (for intersections
+    // with a small side), and the number of postings of a term (to read
+    // the smaller side of an AND of two words first).
+    std::function<RowSet(const std::string &term, const RowSet &among)> rowsWithTermAmong;
+    std::function<int64_t(const std::string &term)> termCount;
 };
 
 // The rows a rewritten tree matches.  A null tree matches nothing; ALL is
 // every indexed row with a term; AND does not evaluate its right side when
 // the left is empty; ANDNOT is the left side when the right is empty (and
 // nothing, without the right, when the left is); any other node kind
-// raises XD00B "OP%d".
+// raises XD00B "OP%d".  With the optional functions of the source, a word
+// on the right of AND or ANDNOT is only probed for the left side's rows,
+// and of AND of two words the one with fewer postings is read first.
 RowSet EvaluateRows(const DocExprNode *tree, const RowSource &src);
 
 // ---- Result sets with what ranking needs -------------------------------------

@@ -159,6 +159,52 @@ dt::RowSet Rows(Relation index, const std::string *term) {
     return out;
 }
 
+// Reads the rows among cand (sorted keys) that hold the term, skipping
+// through its postings (C level: may raise).
+void ProbeKeysC(DtPostingIter *it, const uint64 *cand, int64 nc, KeyArray *out) {
+    DtPosting p;
+    bool have = false;
+    uint64 cur = 0;
+    for (int64 i = 0; i < nc; i++) {
+        if (!have || cur < cand[i]) {
+            CHECK_FOR_INTERRUPTS();
+            ItemPointerData t;
+            dt::pg::SetItemPointer(&t, cand[i]);
+            if (!DtSkipTo(it, &t, &p)) break;
+            cur = dt::pg::RowKeyOf(&p.tid);
+            have = true;
+        }
+        if (cur != cand[i]) continue;
+        if (out->n == out->cap) {
+            out->cap = out->cap ? out->cap * 2 : 256;
+            Size bytes = out->cap * sizeof(uint64);
+            out->keys = out->keys ? (uint64 *)repalloc_huge(out->keys, bytes)
+                                  : (uint64 *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
+        }
+        out->keys[out->n++] = cur;
+    }
+    DtEndPostings(it);
+}
+
+dt::RowSet RowsAmong(Relation index, const std::string &term, const dt::RowSet &among) {
+    KeyArray ka{nullptr, 0, 0, true};
+    const uint64 *cand = among.data();
+    int64 nc = (int64)among.size();
+    ServerCall([&] { ProbeKeysC(DtBeginTermPostings(index, term.data(), (int)term.size()), cand, nc, &ka); });
+    dt::RowSet out(ka.keys, ka.keys + ka.n);
+    if (ka.keys) ServerCall([&] { pfree(ka.keys); });
+    return out;
+}
+
+int64 TermCount(Relation index, const std::string &term) {
+    return ServerCall([&] {
+        DtPostingIter *it = DtBeginTermPostings(index, term.data(), (int)term.size());
+        int64 n = DtIterPostingCount(it);
+        DtEndPostings(it);
+        return n;
+    });
+}
+
 // Opens the visibility check and closes it whatever happens.
 class Visibility {
 public:
@@ -217,6 +263,10 @@ ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<Sc
         dt::RowSource src;
         src.rowsWithTerm = [index](const std::string &term) { return Rows(index, &term); };
         src.allRows = [index] { return Rows(index, nullptr); };
+        src.rowsWithTermAmong = [index](const std::string &term, const dt::RowSet &among) {
+            return RowsAmong(index, term, among);
+        };
+        src.termCount = [index](const std::string &term) { return TermCount(index, term); };
         out.rows = dt::EvaluateRows(ans.tree, src);
         return out;
     }

@@ -209,17 +209,49 @@ bool DtNextPosting(DtPostingIter *it, DtPosting *out) {
     }
 }
 
+// Whether the next posting page lies wholly below want (or is a deleted
+// page): then it->next moves past it, undecoded.
+static bool DtIterPassPage(DtPostingIter *it, uint64 want) {
+    BlockNumber blk = it->next;
+    Buffer buf = ReadBuffer(it->index, blk);
+    LockBuffer(buf, BUFFER_LOCK_SHARE);
+    Page page = BufferGetPage(buf);
+    DtCheckPage(it->index, page, blk, DT_POSTING | DT_DELETED);
+    DtPageOpaque *op = DtPageGetOpaque(page);
+    bool below = (op->flags & DT_DELETED) != 0;
+    if (!below) {
+        DtPostingPageHeader *h = DtPageGetPostingHeader(page);
+        below = h->npostings > 0 && h->lasttid < want;
+    }
+    BlockNumber right = op->rightlink;
+    UnlockReleaseBuffer(buf);
+    if (below) it->next = right;
+    return below;
+}
+
 bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
     uint64 want = dt::MakeTid48(ItemPointerGetBlockNumberNoCheck(tid), ItemPointerGetOffsetNumberNoCheck(tid));
     for (;;) {
-        // Skip whole pages whose last posting is below the target.
-        if (it->pos < it->n && it->postings[it->n - 1].tid < want && it->next != InvalidBlockNumber) {
-            it->pos = it->n;
-            continue;
+        if (it->pos < it->n) {
+            if (it->postings[it->n - 1].tid < want) {
+                it->pos = it->n;  // the rest of this page is below the target
+            } else {
+                // The first posting at or beyond the target in this page.
+                uint32 lo = it->pos, hi = it->n - 1;
+                while (lo < hi) {
+                    uint32 mid = lo + (hi - lo) / 2;
+                    if (it->postings[mid].tid < want) lo = mid + 1;
+                    else hi = mid;
+                }
+                it->pos = lo;
+                return DtNextPosting(it, out);
+            }
         }
-        if (!DtNextPosting(it, out)) return false;
-        uint64 got = dt::MakeTid48(ItemPointerGetBlockNumberNoCheck(&out->tid), ItemPointerGetOffsetNumberNoCheck(&out->tid));
-        if (got >= want) return true;
+        if (it->next == InvalidBlockNumber) return false;
+        CHECK_FOR_INTERRUPTS();
+        // Pages wholly below the target are passed by their headers.
+        if (DtIterPassPage(it, want)) continue;
+        DtIterLoadPage(it);
     }
 }
 

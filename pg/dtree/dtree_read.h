@@ -72,7 +72,8 @@ int64 DtIterPostingCount(DtPostingIter *it);
 bool DtNextPosting(DtPostingIter *it, DtPosting *out);
 
 // Moves forward to the first posting whose row is >= tid (a skip for
-// intersections) and returns it like DtNextPosting.
+// intersections) and returns it like DtNextPosting.  Posting pages wholly
+// below tid are passed by their headers without being decoded.
 bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out);
 
 // Frees the iterator (it holds no buffer).

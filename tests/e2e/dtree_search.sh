@@ -127,4 +127,21 @@ same "$(q -c "SET enable_seqscan = off" -c "SELECT string_agg(id::text, ',' ORDE
 plan=$(q -c "EXPLAIN SELECT id FROM g WHERE body @@ 'the'")
 has "Seq Scan" "$plan" "EXPLAIN: a sequential scan where every row matches (a stop word)"
 has "XD003" "$(q -c "SELECT dt_RaiseError('XD003')" 2>&1)" "XD003 has its message"
+
+# Intersections that skip through long posting lists: a word in every row
+# (a chain of many posting pages) with words in a few scattered rows, both
+# ways round, and a difference.
+q >/dev/null <<'SQL'
+CREATE TABLE lp (id int, body doc);
+INSERT INTO lp SELECT i, dt_FromText('common filler ' || CASE WHEN i % 997 = 0 THEN 'rareword' ELSE '' END
+                                      || CASE WHEN i % 13 = 0 THEN ' middling' ELSE '' END) FROM generate_series(1, 40000) i;
+CREATE INDEX lp_dt ON lp USING dtree (body);
+DELETE FROM lp WHERE id % 1994 = 0;
+SQL
+same "t" "$(q -c "SELECT posting_pages > 20 FROM dt_IndexStats('lp_dt')")" "the word in every row has a chain of posting pages"
+for cond in "common and rareword" "rareword and common" "middling and rareword" "common andnot rareword" "rareword and !middling" "rareword and common and middling"; do
+    a=$(q -c "SET enable_seqscan = off; SET enable_indexscan = off; SELECT count(*), sum(id) FROM lp WHERE body @@ '$cond'")
+    b=$(q -c "SET enable_indexscan = off; SET enable_bitmapscan = off; SELECT count(*), sum(id) FROM lp WHERE body @@ '$cond'")
+    same "$b" "$a" "'$cond' over a long posting list: the same rows through the index"
+done
 finish

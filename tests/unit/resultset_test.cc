@@ -80,3 +80,31 @@ TEST(ResultSet, UnexpectedNodeIsXD00B) {
         EXPECT_EQ(e.code(), "XD00B");
     }
 }
+
+TEST(ResultSet, ProbesTheLargerSideOfAnAnd) {
+    ExprArena a;
+    Fake f;
+    f.terms = {{"big", {1, 2, 3, 4, 5, 6, 7, 8}}, {"small", {2, 7, 9}}, {"other", {7}}};
+    RowSource s = f.Source();
+    std::vector<std::string> probed;
+    s.rowsWithTermAmong = [&](const std::string &t, const RowSet &among) {
+        probed.push_back(t);
+        return RowSetAnd(f.terms[t], among);
+    };
+    s.termCount = [&](const std::string &t) { return (int64_t)f.terms[t].size(); };
+    // The smaller list is read, the larger one only probed for its rows.
+    EXPECT_EQ(EvaluateRows(Node(a, EXPR_AND, Word(a, "big"), Word(a, "small")), s), (RowSet{2, 7}));
+    EXPECT_EQ(f.asked, (std::vector<std::string>{"small"}));
+    EXPECT_EQ(probed, (std::vector<std::string>{"big"}));
+    // A difference probes its right side.
+    f.asked.clear();
+    probed.clear();
+    EXPECT_EQ(EvaluateRows(Node(a, EXPR_ANDNOT, Word(a, "small"), Word(a, "other")), s), (RowSet{2, 9}));
+    EXPECT_EQ(f.asked, (std::vector<std::string>{"small"}));
+    EXPECT_EQ(probed, (std::vector<std::string>{"other"}));
+    // An empty left side is not probed.
+    f.asked.clear();
+    probed.clear();
+    EXPECT_TRUE(EvaluateRows(Node(a, EXPR_AND, Word(a, "none"), Node(a, EXPR_OR, Word(a, "big"), Word(a, "small"))), s).empty());
+    EXPECT_TRUE(probed.empty());
+}
