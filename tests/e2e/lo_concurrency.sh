@@ -16,7 +16,8 @@ for f in /usr/share/common-licenses/{GPL-3,GPL-2,LGPL-2.1,Apache-2.0,Artistic,MP
 done
 NFILES=$i
 chmod 644 "$WORK"/*.txt
-p() { psql -X -qtA -v ON_ERROR_STOP=1 "$@"; }
+# SQLSTATEs shown, so that record() can tell the errors a worker may retry.
+p() { psql -X -qtA -v ON_ERROR_STOP=1 -v VERBOSITY=verbose "$@"; }
 p -c "CREATE TABLE docs (id serial PRIMARY KEY, name text, body doc)" \
   -c "CREATE TABLE copies (id serial PRIMARY KEY, name text, body doc)" \
   -c "CREATE TABLE scratch (name text, body doc)" \
