@@ -157,8 +157,20 @@ ResultTable EvalEntries(DocExprNode *n, const EntrySource &src, int depth) {
         return t;
     }
     case EXPR_AND: {
+        bool probe = src.rows && src.rows->rowsWithTermAmong && n->node_right->node_op == EXPR_WORD;
+        if (probe && n->node_left->node_op == EXPR_WORD) {
+            // Two words: the smaller list and skips through the other.
+            if (Eval(n, *src.rows, depth).empty()) return ResultTable();
+            probe = false;
+        }
         ResultTable left = EvalEntries(n->node_left, src, depth + 1);
         if (left.entries.empty()) return left;
+        if (probe) {
+            RowSet among;
+            among.reserve(left.entries.size());
+            for (const ResultEntry &e : left.entries) among.push_back(e.row);
+            if (src.rows->rowsWithTermAmong(n->node_right->node_word, among).empty()) return ResultTable();
+        }
         return Combine(left, EvalEntries(n->node_right, src, depth + 1), SetOp::kAnd);
     }
     case EXPR_OR: {

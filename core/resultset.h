@@ -84,6 +84,10 @@ struct ResultTable {
 struct EntrySource {
     std::function<LeafPostings(const std::string &term)> postingsOfTerm;
     std::function<LeafPostings()> allDocs;
+    // Optional: the rows of the index without visibility (a superset of
+    // what the leaves give), with which an AND whose right side is a word
+    // first finds out cheaply whether any row can hold both sides.
+    const RowSource *rows = nullptr;
 };
 
 // The rows a rewritten tree matches, each with the leaves that matched it.
@@ -93,7 +97,9 @@ struct EntrySource {
 // makes entries without hits.  OR and AND keep, for a row of both sides,
 // the left side's hits followed by the right side's; ANDNOT keeps the left
 // side's entries that the right side lacks, with their hits.  AND skips its
-// right side when the left is empty.  Null tree: no rows.  Other node kinds
+// right side when the left is empty, and, given source.rows, when no row
+// of the left side holds the right side's word (the answer is then empty
+// and no count of the right side is needed).  Null tree: no rows.  Other node kinds
 // raise XD00B "OP%d".
 ResultTable EvaluateEntries(DocExprNode *tree, const EntrySource &src);
 

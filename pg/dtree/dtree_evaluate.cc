@@ -239,6 +239,18 @@ void Weigh(Relation index, dt::ResultTable &table, const dt::DocExprNode *tree, 
     if (docs) *docs = mi.numdocs;
 }
 
+// The rows of the index without weights or visibility.
+dt::RowSource RowSourceOf(Relation index) {
+    dt::RowSource src;
+    src.rowsWithTerm = [index](const std::string &term) { return Rows(index, &term); };
+    src.allRows = [index] { return Rows(index, nullptr); };
+    src.rowsWithTermAmong = [index](const std::string &term, const dt::RowSet &among) {
+        return RowsAmong(index, term, among);
+    };
+    src.termCount = [index](const std::string &term) { return TermCount(index, term); };
+    return src;
+}
+
 dt::EntrySource SourceOf(Relation index, VisCheck *vis) {
     dt::EntrySource src;
     src.postingsOfTerm = [index, vis](const std::string &term) { return Postings(index, &term, vis); };
@@ -260,14 +272,7 @@ ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<Sc
         return out;
     }
     if (!ranked && ans.cuts.tupcnt <= 0 && ans.cuts.percent <= 0.0f) {
-        dt::RowSource src;
-        src.rowsWithTerm = [index](const std::string &term) { return Rows(index, &term); };
-        src.allRows = [index] { return Rows(index, nullptr); };
-        src.rowsWithTermAmong = [index](const std::string &term, const dt::RowSet &among) {
-            return RowsAmong(index, term, among);
-        };
-        src.termCount = [index](const std::string &term) { return TermCount(index, term); };
-        out.rows = dt::EvaluateRows(ans.tree, src);
+        out.rows = dt::EvaluateRows(ans.tree, RowSourceOf(index));
         return out;
     }
     EvaluateTree(index, snapshot, &ans);
@@ -296,7 +301,10 @@ void EvaluateAnswer(Relation index, Snapshot snapshot, const std::vector<ScanCon
 
 void EvaluateTree(Relation index, Snapshot snapshot, Answer *out) {
     Visibility vis(index, snapshot);
-    out->table = dt::EvaluateEntries(out->tree, SourceOf(index, vis.get()));
+    dt::RowSource rows = RowSourceOf(index);
+    dt::EntrySource src = SourceOf(index, vis.get());
+    src.rows = &rows;
+    out->table = dt::EvaluateEntries(out->tree, src);
     Weigh(index, out->table, out->tree, &out->totalTerms, &out->totalDocs);
 }
 

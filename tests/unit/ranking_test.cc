@@ -367,3 +367,32 @@ TEST(RankFit, LearnsBothStagesAndRanksRelevantFirst) {
     EXPECT_FALSE(FitDocParams(none, &fit, &why));
     EXPECT_EQ(why, "no answered document is judged relevant");
 }
+
+TEST(ResultEntries, AndOfTwoWordsWithNoCommonRowReadsNoList) {
+    FakeIndex f;
+    f.terms["a"] = {{R(1), 1, 5}, {R(3), 1, 5}};
+    f.terms["b"] = {{R(2), 1, 5}, {R(4), 1, 5}};
+    f.terms["c"] = {{R(3), 2, 5}};
+    RowSource rows;
+    rows.rowsWithTerm = [&](const std::string &t) {
+        RowSet r;
+        for (const LeafPosting &p : f.terms[t]) r.push_back(p.row);
+        return r;
+    };
+    rows.allRows = [] { return RowSet(); };
+    rows.rowsWithTermAmong = [&](const std::string &t, const RowSet &among) { return RowSetAnd(rows.rowsWithTerm(t), among); };
+    EntrySource src = f.Source();
+    src.rows = &rows;
+    ExprArena ar;
+    // No row holds both: the answer is empty and no leaf is evaluated.
+    EXPECT_TRUE(EvaluateEntries(Node(ar, EXPR_AND, Word(ar, "a"), Word(ar, "b")), src).entries.empty());
+    EXPECT_TRUE(f.asked.empty());
+    // A common row: the usual evaluation, with the leaves' counts.
+    DocExprNode *a = Word(ar, "a"), *c = Word(ar, "c");
+    ResultTable t = EvaluateEntries(Node(ar, EXPR_AND, a, c), src);
+    ASSERT_EQ(t.entries.size(), 1u);
+    EXPECT_EQ(t.entries[0].nhits, 2u);
+    EXPECT_EQ(a->node_doccnt, 2);
+    EXPECT_EQ(c->node_wordcnt, 2);
+    EXPECT_EQ(f.asked, (std::vector<std::string>{"a", "c"}));
+}
