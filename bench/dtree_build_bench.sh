@@ -120,14 +120,18 @@ i_ptxt=$(ins ins_plain_txt "id, txt" glosses)
 icheck=$(psql -X -q -A -t -c "SELECT dt_CheckIndex('ins_dt_idx')")
 # The same rows from several sessions at once, best of five (wall time;
 # the machine may be shared, and the best run is the least disturbed).
+# A table name with %k is one table per session (k = 0, 1, ...).
 par() {  # table columns source sessions
-    local best="" t start
+    local best="" t start tables=() k
+    for k in $(seq 0 $(($4 - 1))); do tables+=("${1//%k/$k}"); done
+    local all
+    all=$(printf '%s\n' "${tables[@]}" | sort -u | paste -sd,)
     for r in 1 2 3 4 5; do
-        psql -X -q -c "TRUNCATE $1" -c "CHECKPOINT"
+        psql -X -q -c "TRUNCATE $all" -c "CHECKPOINT"
         start=$(date +%s.%N)
         local pids=()
         for k in $(seq 0 $(($4 - 1))); do
-            psql -X -q -v ON_ERROR_STOP=1 -c "INSERT INTO $1 ($2) SELECT $2 FROM $3 WHERE id <= 10000 AND id % $4 = $k" &
+            psql -X -q -v ON_ERROR_STOP=1 -c "INSERT INTO ${tables[$k]} ($2) SELECT $2 FROM $3 WHERE id <= 10000 AND id % $4 = $k" &
             pids+=($!)
         done
         for p in "${pids[@]}"; do wait "$p"; done
@@ -141,22 +145,6 @@ par() {  # table columns source sessions
 for k in 0 1 2 3; do
     psql -X -q -c "CREATE TABLE ins_dt_own$k (id bigint, body doc)" -c "CREATE INDEX ON ins_dt_own$k USING dtree (body)"
 done
-par_own() {
-    local best="" t start
-    for r in 1 2 3 4 5; do
-        psql -X -q -c "TRUNCATE ins_dt_own0, ins_dt_own1, ins_dt_own2, ins_dt_own3" -c "CHECKPOINT"
-        start=$(date +%s.%N)
-        local pids=()
-        for k in 0 1 2 3; do
-            psql -X -q -v ON_ERROR_STOP=1 -c "INSERT INTO ins_dt_own$k (id, body) SELECT id, body FROM gdocs WHERE id <= 10000 AND id % 4 = $k" &
-            pids+=($!)
-        done
-        for p in "${pids[@]}"; do wait "$p"; done
-        t=$(calc "$(date +%s.%N) - $start")
-        best=$(min $best "$t")
-    done
-    echo "$best"
-}
 load=$(cut -d' ' -f1-3 /proc/loadavg)
 p_dt1=$(par ins_dt "id, body" gdocs 1)
 p_dt4=$(par ins_dt "id, body" gdocs 4)
@@ -168,7 +156,7 @@ p_goff1=$(par ins_gin_off "id, txt" glosses 1)
 p_goff4=$(par ins_gin_off "id, txt" glosses 4)
 p_pdoc1=$(par ins_plain_doc "id, body" gdocs 1)
 p_pdoc4=$(par ins_plain_doc "id, body" gdocs 4)
-p_own4=$(par_own)
+p_own4=$(par "ins_dt_own%k" "id, body" gdocs 4)
 
 mb() { calc "$1 / 1048576"; }
 {

@@ -105,13 +105,8 @@ mb() { calc "$1 / 1048576"; }
 export PGOPTIONS="-c client_min_messages=warning -c max_parallel_workers_per_gather=0"
 psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
 SELECT setseed(0.4242);
-CREATE TABLE vocab AS
-SELECT word, row_number() OVER () AS k FROM (
-  SELECT word FROM ts_stat('SELECT to_tsvector(''simple'', txt) FROM g')
-   WHERE ndoc BETWEEN 5 AND 2000 AND word ~ '^[a-z]{4,}$'
-     -- not a stop word of either side (a stop word matches every document here)
-     AND EXISTS (SELECT 1 FROM dt_QueryTerms(word)) AND numnode(plainto_tsquery('english', word)) > 0
-   ORDER BY random() LIMIT 300) s;
+\i bench/timings.sql
+CREATE TABLE vocab AS SELECT * FROM vocabulary('SELECT txt FROM g', 300);
 CREATE TABLE queries AS
 SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 100
 UNION ALL
@@ -120,7 +115,6 @@ SELECT 'two terms and', a.word || ' and ' || b.word, a.word || ' & ' || b.word
 UNION ALL
 SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
   FROM vocab a JOIN vocab b ON b.k = a.k + 100 JOIN vocab c ON c.k = a.k + 200 WHERE a.k <= 100;
-\i bench/timings.sql
 SQL
 {
 echo

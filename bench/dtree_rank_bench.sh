@@ -27,13 +27,8 @@ VACUUM ANALYZE gdocs;
 VACUUM ANALYZE gtsv;
 VACUUM ANALYZE grum;
 SELECT setseed(0.2311);
-CREATE TABLE vocab AS
-SELECT word, row_number() OVER () AS k FROM (
-  SELECT word FROM ts_stat('SELECT to_tsvector(''simple'', txt) FROM glosses')
-   WHERE ndoc BETWEEN 5 AND 2000 AND word ~ '^[a-z]{4,}$'
-     -- not a stop word of either side (a stop word matches every document here)
-     AND EXISTS (SELECT 1 FROM dt_QueryTerms(word)) AND numnode(plainto_tsquery('english', word)) > 0
-   ORDER BY random() LIMIT 600) s;
+\i bench/timings.sql
+CREATE TABLE vocab AS SELECT * FROM vocabulary('SELECT txt FROM glosses', 600);
 CREATE TABLE queries AS
 SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 200
 UNION ALL
@@ -42,7 +37,6 @@ SELECT 'two terms or', a.word || ' or ' || b.word, a.word || ' | ' || b.word
 UNION ALL
 SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
   FROM vocab a JOIN vocab b ON b.k = a.k + 200 JOIN vocab c ON c.k = a.k + 400 WHERE a.k <= 200;
-\i bench/timings.sql
 SQL
 n=$(psql -X -qtA -c "SELECT count(*) FROM gdocs")
 plan=$(psql -X -qtA -c "EXPLAIN SELECT id FROM gdocs WHERE body @@ 'dog or cat' ORDER BY body <=> 'dog or cat' LIMIT 10" | tr '\n' ';')

@@ -25,13 +25,8 @@ CREATE INDEX gtsv_gin ON gtsv USING gin (tsv);
 VACUUM ANALYZE gdocs;
 VACUUM ANALYZE gtsv;
 SELECT setseed(0.1122);
-CREATE TABLE vocab AS
-SELECT word, row_number() OVER () AS k FROM (
-  SELECT word FROM ts_stat('SELECT to_tsvector(''simple'', txt) FROM glosses')
-   WHERE ndoc BETWEEN 5 AND 2000 AND word ~ '^[a-z]{4,}$'
-     -- not a stop word of either side (a stop word matches every document here)
-     AND EXISTS (SELECT 1 FROM dt_QueryTerms(word)) AND numnode(plainto_tsquery('english', word)) > 0
-   ORDER BY random() LIMIT 800) s;
+\i bench/timings.sql
+CREATE TABLE vocab AS SELECT * FROM vocabulary('SELECT txt FROM glosses', 800);
 -- Each kind of query in both languages: (kind, query language, tsquery).
 CREATE TABLE queries AS
 SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 200
@@ -45,7 +40,6 @@ UNION ALL
 SELECT 'and, and not', a.word || ' and ' || b.word || ' and !' || c.word, a.word || ' & ' || b.word || ' & !' || c.word
   FROM vocab a JOIN vocab b ON b.k = a.k + 400 JOIN vocab c ON c.k = a.k + 600 WHERE a.k <= 200;
 -- Milliseconds of each query of a kind, run by one SQL template ($1 the query).
-\i bench/timings.sql
 SQL
 n=$(psql -X -qtA -c "SELECT count(*) FROM gdocs")
 {

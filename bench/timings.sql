@@ -1,4 +1,8 @@
--- Timing helpers of the search benchmarks (psql -f bench/timings.sql):
+-- Helpers of the search benchmarks (\i bench/timings.sql):
+-- vocabulary(texts, n) draws n words at random (after setseed) from the
+-- texts that the query texts returns: words of four or more letters in 5
+-- to 2,000 of them, none a stop word of either side (a stop word matches
+-- every document here); numbered k = 1..n.
 -- timings(kind, tmpl, col) runs the SQL template tmpl once for each query
 -- of a kind in table queries (column col as $1), untimed, to warm the
 -- caches as every side gets them warm, then again, and returns the
@@ -19,3 +23,10 @@ BEGIN
 END $$;
 CREATE FUNCTION pct(a float8[], p float8) RETURNS float8 LANGUAGE sql AS
 $$ SELECT percentile_cont(p) WITHIN GROUP (ORDER BY x) FROM unnest(a) x $$;
+CREATE FUNCTION vocabulary(texts text, n int) RETURNS TABLE (word text, k bigint) LANGUAGE sql AS $$
+  SELECT word, row_number() OVER () FROM (
+    SELECT word FROM ts_stat(format('SELECT to_tsvector(''simple'', t) FROM (%s) s(t)', texts))
+     WHERE ndoc BETWEEN 5 AND 2000 AND word ~ '^[a-z]{4,}$'
+       AND EXISTS (SELECT 1 FROM dt_QueryTerms(word)) AND numnode(plainto_tsquery('english', word)) > 0
+     ORDER BY random() LIMIT n) s
+$$;
