@@ -13,6 +13,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 DOCSQL=$(realpath "${DOC_BUILD:-build}/docsql")
+source bench/best_load.bash
 work=$(mktemp -d /tmp/docbench.XXXXXX)
 chmod 755 "$work"
 trap 'rm -rf "$work"' EXIT
@@ -69,15 +70,8 @@ results=""
 for fmt in $formats; do
     { echo "BEGIN;"; for i in $(seq 1 $N); do echo "INSERT INTO bench_conv VALUES ($i, 'format($fmt):$work/p$i.$fmt');"; done; echo "COMMIT;"; } >"$work/load.sql"
     bytes=$(cat "$work"/p*."$fmt" | wc -c)
-    best=""
-    for run in 1 2 3; do
-        "$DOCSQL" -X -q -c "TRUNCATE bench_conv" >/dev/null
-        start=$(date +%s.%N)
-        "$DOCSQL" -X -q -f "$work/load.sql"
-        end=$(date +%s.%N)
-        t=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
-        if [ -z "$best" ] || awk -v t="$t" -v b="$best" 'BEGIN { exit !(t < b) }'; then best=$t; fi
-    done
+    best_load bench_conv "$work/load.sql"
+    best=$BEST
     words=$("$DOCSQL" -X -qtA -c "SELECT sum(DocWordCnt(body)) FROM bench_conv")
     results="$results$(printf '%-11s %4d %9.2f %9.3f %9.1f %8.2f %9d' "$fmt" $N \
         "$(awk -v n="$bytes" 'BEGIN { print n / 1048576 }')" "$best" \

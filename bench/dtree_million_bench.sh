@@ -107,14 +107,7 @@ psql -X -q -v ON_ERROR_STOP=1 <<'SQL'
 SELECT setseed(0.4242);
 \i bench/timings.sql
 CREATE TABLE vocab AS SELECT * FROM vocabulary('SELECT txt FROM g', 300);
-CREATE TABLE queries AS
-SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 100
-UNION ALL
-SELECT 'two terms and', a.word || ' and ' || b.word, a.word || ' & ' || b.word
-  FROM vocab a JOIN vocab b ON b.k = a.k + 100 WHERE a.k <= 100
-UNION ALL
-SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
-  FROM vocab a JOIN vocab b ON b.k = a.k + 100 JOIN vocab c ON c.k = a.k + 200 WHERE a.k <= 100;
+CREATE TABLE queries AS SELECT * FROM bench_queries(100, 'and');
 SQL
 {
 echo

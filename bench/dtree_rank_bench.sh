@@ -29,14 +29,7 @@ VACUUM ANALYZE grum;
 SELECT setseed(0.2311);
 \i bench/timings.sql
 CREATE TABLE vocab AS SELECT * FROM vocabulary('SELECT txt FROM glosses', 600);
-CREATE TABLE queries AS
-SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 200
-UNION ALL
-SELECT 'two terms or', a.word || ' or ' || b.word, a.word || ' | ' || b.word
-  FROM vocab a JOIN vocab b ON b.k = a.k + 200 WHERE a.k <= 200
-UNION ALL
-SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
-  FROM vocab a JOIN vocab b ON b.k = a.k + 200 JOIN vocab c ON c.k = a.k + 400 WHERE a.k <= 200;
+CREATE TABLE queries AS SELECT * FROM bench_queries(200, 'or');
 SQL
 n=$(psql -X -qtA -c "SELECT count(*) FROM gdocs")
 plan=$(psql -X -qtA -c "EXPLAIN SELECT id FROM gdocs WHERE body @@ 'dog or cat' ORDER BY body <=> 'dog or cat' LIMIT 10" | tr '\n' ';')

@@ -27,19 +27,11 @@ VACUUM ANALYZE gtsv;
 SELECT setseed(0.1122);
 \i bench/timings.sql
 CREATE TABLE vocab AS SELECT * FROM vocabulary('SELECT txt FROM glosses', 800);
--- Each kind of query in both languages: (kind, query language, tsquery).
 CREATE TABLE queries AS
-SELECT 'one term' AS kind, a.word AS q, a.word AS tq FROM vocab a WHERE a.k <= 200
-UNION ALL
-SELECT 'two terms and', a.word || ' and ' || b.word, a.word || ' & ' || b.word
-  FROM vocab a JOIN vocab b ON b.k = a.k + 200 WHERE a.k <= 200
-UNION ALL
-SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
-  FROM vocab a JOIN vocab b ON b.k = a.k + 200 JOIN vocab c ON c.k = a.k + 400 WHERE a.k <= 200
+SELECT * FROM bench_queries(200, 'and')
 UNION ALL
 SELECT 'and, and not', a.word || ' and ' || b.word || ' and !' || c.word, a.word || ' & ' || b.word || ' & !' || c.word
   FROM vocab a JOIN vocab b ON b.k = a.k + 400 JOIN vocab c ON c.k = a.k + 600 WHERE a.k <= 200;
--- Milliseconds of each query of a kind, run by one SQL template ($1 the query).
 SQL
 n=$(psql -X -qtA -c "SELECT count(*) FROM gdocs")
 {

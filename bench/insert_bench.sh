@@ -6,6 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 DOCSQL=$(realpath "${DOC_BUILD:-build}/docsql")
+source bench/best_load.bash
 work=$(mktemp -d /tmp/docbench.XXXXXX)
 chmod 755 "$work"
 trap 'rm -rf "$work"' EXIT
@@ -32,17 +33,11 @@ psql -X -q -c "CREATE EXTENSION IF NOT EXISTS document"
     -c "CREATE TRIGGER bench_docs_lo AFTER INSERT OR UPDATE OR DELETE ON bench_docs FOR EACH ROW EXECUTE FUNCTION dt_ManageLargeObjects()"
 { echo "BEGIN;"; for i in $(seq 1 100); do echo "INSERT INTO bench_docs VALUES ($i, 'format(ascii):$work/doc$i.txt');"; done; echo "COMMIT;"; } >"$work/load.sql"
 
-best=""
-runs=""
-for run in 1 2 3; do
-    "$DOCSQL" -X -q -c "TRUNCATE bench_docs" >/dev/null
-    start=$(date +%s.%N)
-    "$DOCSQL" -X -q -f "$work/load.sql"
-    end=$(date +%s.%N)
-    t=$(awk -v a="$start" -v b="$end" 'BEGIN { print b - a }')
-    runs="$runs $(printf '%.3f' "$t")"
-    if [ -z "$best" ] || awk -v t="$t" -v b="$best" 'BEGIN { exit !(t < b) }'; then best=$t; fi
-done
+best_load bench_docs "$work/load.sql"
+
+best=$BEST
+
+runs=$RUNS
 stats=$("$DOCSQL" -X -qtA -F' ' -c "SELECT count(*), count(dt_LOOid(body)), sum(DocWordCnt(body)) FROM bench_docs")
 docs_s=$(awk -v b="$best" 'BEGIN { print 100 / b }')
 mb_s=$(awk -v n="$bytes" -v b="$best" 'BEGIN { print n / 1048576 / b }')

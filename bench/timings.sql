@@ -3,6 +3,10 @@
 -- texts that the query texts returns: words of four or more letters in 5
 -- to 2,000 of them, none a stop word of either side (a stop word matches
 -- every document here); numbered k = 1..n.
+-- bench_queries(per, two) makes per queries of each kind from table vocab
+-- in both languages (kind, query language, tsquery): one term, two terms
+-- joined by two ('and' or 'or'), three terms or'ed; query i takes words
+-- i, i + per and i + 2 per.
 -- timings(kind, tmpl, col) runs the SQL template tmpl once for each query
 -- of a kind in table queries (column col as $1), untimed, to warm the
 -- caches as every side gets them warm, then again, and returns the
@@ -30,3 +34,15 @@ CREATE FUNCTION vocabulary(texts text, n int) RETURNS TABLE (word text, k bigint
        AND EXISTS (SELECT 1 FROM dt_QueryTerms(word)) AND numnode(plainto_tsquery('english', word)) > 0
      ORDER BY random() LIMIT n) s
 $$;
+CREATE FUNCTION bench_queries(per int, two text) RETURNS TABLE (kind text, q text, tq text) LANGUAGE plpgsql AS $$
+DECLARE tsop text := CASE two WHEN 'and' THEN ' & ' ELSE ' | ' END;
+BEGIN
+  RETURN QUERY
+  SELECT 'one term', a.word, a.word FROM vocab a WHERE a.k <= per
+  UNION ALL
+  SELECT 'two terms ' || two, a.word || ' ' || two || ' ' || b.word, a.word || tsop || b.word
+    FROM vocab a JOIN vocab b ON b.k = a.k + per WHERE a.k <= per
+  UNION ALL
+  SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
+    FROM vocab a JOIN vocab b ON b.k = a.k + per JOIN vocab c ON c.k = a.k + 2 * per WHERE a.k <= per;
+END $$;
