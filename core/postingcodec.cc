@@ -24,7 +24,13 @@ size_t PutVarbyte(unsigned char *out, uint64_t v) noexcept {
     return n;
 }
 
-size_t GetVarbyte(const unsigned char *in, const unsigned char *end, uint64_t *v) noexcept {
+namespace {
+// GetVarbyte, inlined into the decoder, with the one-byte case first.
+inline size_t ReadVarbyte(const unsigned char *in, const unsigned char *end, uint64_t *v) noexcept {
+    if (in < end && !(*in & 0x80)) {
+        *v = *in;
+        return 1;
+    }
     uint64_t r = 0;
     int shift = 0;
     const unsigned char *p = in;
@@ -39,6 +45,11 @@ size_t GetVarbyte(const unsigned char *in, const unsigned char *end, uint64_t *v
         shift += 7;
     }
     return 0;
+}
+}  // namespace
+
+size_t GetVarbyte(const unsigned char *in, const unsigned char *end, uint64_t *v) noexcept {
+    return ReadVarbyte(in, end, v);
 }
 
 size_t PostingSize(const Posting &p, uint64_t prev) noexcept {
@@ -77,13 +88,13 @@ size_t DecodePostings(const unsigned char *in, size_t len, uint64_t base, Postin
     uint64_t prev = base;
     for (size_t i = 0; i < n; i++) {
         uint64_t d, c, w;
-        size_t k = GetVarbyte(p, end, &d);
+        size_t k = ReadVarbyte(p, end, &d);
         if (!k) return SIZE_MAX;
         p += k;
-        k = GetVarbyte(p, end, &c);
+        k = ReadVarbyte(p, end, &c);
         if (!k) return SIZE_MAX;
         p += k;
-        k = GetVarbyte(p, end, &w);
+        k = ReadVarbyte(p, end, &w);
         if (!k) return SIZE_MAX;
         p += k;
         if (d > (uint64_t(1) << 48) - 1 - prev || c > UINT32_MAX || w > UINT32_MAX) return SIZE_MAX;

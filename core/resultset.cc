@@ -145,6 +145,23 @@ ResultTable Leaf(DocExprNode *leaf, const LeafPostings &postings, bool withHits)
     return out;
 }
 
+// A word leaf read only for the rows among, with the counts of its whole
+// list.
+ResultTable WordAmong(DocExprNode *leaf, const RowSet &among, const EntrySource &src) {
+    int64_t doccnt = 0, wordcnt = 0;
+    ResultTable t = Leaf(leaf, src.postingsOfTermAmong(leaf->node_word, among, &doccnt, &wordcnt), true);
+    leaf->node_doccnt = (int)doccnt;
+    leaf->node_wordcnt = (int)wordcnt;
+    return t;
+}
+
+RowSet RowsOf(const ResultTable &t) {
+    RowSet rows;
+    rows.reserve(t.entries.size());
+    for (const ResultEntry &e : t.entries) rows.push_back(e.row);
+    return rows;
+}
+
 ResultTable EvalEntries(DocExprNode *n, const EntrySource &src, int depth) {
     PollInterrupts();
     if (depth > kMaxExprDepth) ErrorRaiseVA("XD00B", "OP%d", n->node_op);
@@ -157,20 +174,23 @@ ResultTable EvalEntries(DocExprNode *n, const EntrySource &src, int depth) {
         return t;
     }
     case EXPR_AND: {
-        bool probe = src.rows && src.rows->rowsWithTermAmong && n->node_right->node_op == EXPR_WORD;
+        bool rightWord = n->node_right->node_op == EXPR_WORD;
+        bool probe = src.rows && src.rows->rowsWithTermAmong && rightWord;
         if (probe && n->node_left->node_op == EXPR_WORD) {
-            // Two words: the smaller list and skips through the other.
-            if (Eval(n, *src.rows, depth).empty()) return ResultTable();
+            // Two words: the smaller list and skips through the other give
+            // the rows that may hold both, before visibility.
+            RowSet both = Eval(n, *src.rows, depth);
+            if (both.empty()) return ResultTable();
+            if (src.postingsOfTermAmong) {
+                ResultTable left = WordAmong(n->node_left, both, src);
+                return Combine(left, WordAmong(n->node_right, both, src), SetOp::kAnd);
+            }
             probe = false;
         }
         ResultTable left = EvalEntries(n->node_left, src, depth + 1);
         if (left.entries.empty()) return left;
-        if (probe) {
-            RowSet among;
-            among.reserve(left.entries.size());
-            for (const ResultEntry &e : left.entries) among.push_back(e.row);
-            if (src.rows->rowsWithTermAmong(n->node_right->node_word, among).empty()) return ResultTable();
-        }
+        if (rightWord && src.postingsOfTermAmong) return Combine(left, WordAmong(n->node_right, RowsOf(left), src), SetOp::kAnd);
+        if (probe && src.rows->rowsWithTermAmong(n->node_right->node_word, RowsOf(left)).empty()) return ResultTable();
         return Combine(left, EvalEntries(n->node_right, src, depth + 1), SetOp::kAnd);
     }
     case EXPR_OR: {
@@ -179,7 +199,9 @@ ResultTable EvalEntries(DocExprNode *n, const EntrySource &src, int depth) {
     }
     case EXPR_ANDNOT: {
         ResultTable left = EvalEntries(n->node_left, src, depth + 1);
-        ResultTable right = EvalEntries(n->node_right, src, depth + 1);
+        ResultTable right = n->node_right->node_op == EXPR_WORD && src.postingsOfTermAmong && !left.entries.empty()
+                                ? WordAmong(n->node_right, RowsOf(left), src)
+                                : EvalEntries(n->node_right, src, depth + 1);
         if (right.entries.empty()) return left;
         return Combine(left, right, SetOp::kAndNot);
     }

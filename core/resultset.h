@@ -88,6 +88,13 @@ struct EntrySource {
     // what the leaves give), with which an AND whose right side is a word
     // first finds out cheaply whether any row can hold both sides.
     const RowSource *rows = nullptr;
+    // Optional: a word's postings for the rows among (sorted) only, with
+    // the counts its leaf records over all the rows the caller may see
+    // (*doccnt rows, *wordcnt occurrences).  With it, a word on the right
+    // of AND or ANDNOT, and both words of an AND of two words, are read
+    // only where the other side has rows.
+    std::function<LeafPostings(const std::string &term, const RowSet &among, int64_t *doccnt, int64_t *wordcnt)>
+        postingsOfTermAmong;
 };
 
 // The rows a rewritten tree matches, each with the leaves that matched it.

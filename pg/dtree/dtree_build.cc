@@ -293,13 +293,8 @@ static void DtFlushEntry(DtLevelWriter *leaves, DtEntryAcc *e, int64 *ndistinct,
             if (j < e->n) next = DtNewBuffer(leaves->index);
             DtInitPage(img, DT_POSTING);
             DtPageGetOpaque(img)->rightlink = next == InvalidBuffer ? InvalidBlockNumber : BufferGetBlockNumber(next);
-            DtPostingPageHeader *h = DtPageGetPostingHeader(img);
             size_t nb = dt::EncodePostings(e->postings + i, j - i, 0, DtPostingPageData(img), DT_POSTING_CAPACITY);
-            h->firsttid = e->postings[i].tid;
-            h->lasttid = e->postings[j - 1].tid;
-            h->npostings = (uint32) (j - i);
-            h->nbytes = (uint32) nb;
-            ((PageHeader) img)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(img) + nb - (char *) img);
+            DtSetPostingHeader(img, e->postings + i, (uint32) (j - i), (uint32) nb);
             ref.tail = BufferGetBlockNumber(buf);
             DtWriteImage(leaves->index, buf, img);
             buf = next;

@@ -137,6 +137,14 @@ static void DtCheckEntry(DtCheck *st, BlockNumber leafblk, const DtItemHeader *i
             DtFail(st, "%s: posting page %u does not decode", where, blk);
         if (h->npostings && (h->firsttid != st->arr[0].tid || h->lasttid != st->arr[h->npostings - 1].tid))
             DtFail(st, "%s: posting page %u has a wrong first or last row", where, blk);
+        uint32 nrows = 0, countsum = 0;
+        for (uint32 i = 0; i < h->npostings; i++) {
+            if (i == 0 || st->arr[i].tid != st->arr[i - 1].tid) nrows++;
+            countsum += st->arr[i].count;
+        }
+        if (h->nrows != nrows || h->countsum != countsum)
+            DtFail(st, "%s: posting page %u counts %u rows and %u occurrences, its postings %u and %u", where, blk,
+                   h->nrows, h->countsum, nrows, countsum);
         prev = DtCheckPostings(st, st->arr, h->npostings, prev, doclist, where);
         total += h->npostings;
         last = blk;

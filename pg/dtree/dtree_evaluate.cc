@@ -1,6 +1,7 @@
 #include "dtree_evaluate.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "ranking.h"
 #include "scantree.h"
@@ -58,50 +59,165 @@ bool RowVisibleC(VisCheck *v, ItemPointer tid) {
     return found;
 }
 
+// The visibility map's layout (as the server keeps it): two bits per heap
+// block, the all-visible bit the lower one, after the page header.
+constexpr uint32 kMapBytes = BLCKSZ - MAXALIGN(SizeOfPageHeaderData);
+constexpr uint32 kMapBlocksPerPage = kMapBytes * 4;
+
+// Whether the map bits of heap blocks first..last of one map page are all
+// set to all-visible.
+bool MapRangeAllVisible(const uint8 *map, uint32 first, uint32 last) {
+    auto one = [map](uint32 i) { return ((map[i >> 2] >> ((i & 3) * 2)) & VISIBILITYMAP_ALL_VISIBLE) != 0; };
+    uint32 i = first;
+    for (; i <= last && (i & 31) != 0; i++)
+        if (!one(i)) return false;
+    for (; i + 31 <= last; i += 32) {
+        uint64 w;
+        memcpy(&w, map + (i >> 2), sizeof(w));
+        if ((w & UINT64CONST(0x5555555555555555)) != UINT64CONST(0x5555555555555555)) return false;
+    }
+    for (; i <= last; i++)
+        if (!one(i)) return false;
+    return true;
+}
+
+// Whether every row on heap blocks from..to is visible to the snapshot
+// without looking at the rows: the visibility map marks all those blocks
+// all-visible.  Callers read the postings first and the map after, so a
+// row inserted before its posting was read has its block's bit cleared
+// by then.
+bool RangeVisibleC(VisCheck *v, BlockNumber from, BlockNumber to) {
+    if (v->snapshot->snapshot_type == SNAPSHOT_ANY) return true;
+    if (!v->mvcc) return false;
+    for (BlockNumber b = from; b <= to;) {
+        // Pins the map page of b (no map page: not all-visible).
+        if (!(visibilitymap_get_status(v->heap, b, &v->vmbuf) & VISIBILITYMAP_ALL_VISIBLE)) return false;
+        const uint8 *map = (const uint8 *)PageGetContents(BufferGetPage(v->vmbuf));
+        BlockNumber pageEnd = b - b % kMapBlocksPerPage + (kMapBlocksPerPage - 1);
+        BlockNumber last = Min(to, pageEnd);
+        if (!MapRangeAllVisible(map, b % kMapBlocksPerPage, last % kMapBlocksPerPage)) return false;
+        if (last >= to) break;
+        b = last + 1;
+    }
+    return true;
+}
+
 struct PostArray {
     dt::LeafPosting *p;
     int64 n, cap;
 };
 
-// Reads an iterator's postings (only visible rows when vis is given).
+void PostReserve(PostArray *out, int64 more) {
+    if (out->n + more <= out->cap) return;
+    out->cap = Max(out->n + more, out->cap * 2);
+    if (out->cap < 256) out->cap = 256;
+    Size bytes = out->cap * sizeof(dt::LeafPosting);
+    out->p = out->p ? (dt::LeafPosting *)repalloc_huge(out->p, bytes)
+                    : (dt::LeafPosting *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
+}
+
+// Visibility of the postings of a piece of a list, row by row: repeats of
+// a row are adjacent, and one check serves them all.
+struct RowVisibility {
+    VisCheck *vis;
+    bool allVisible = false;  // the piece's blocks are all-visible
+    uint64 last = 0;
+    bool lastVisible = false, any = false;
+
+    bool Visible(uint64 tid) {
+        if (!vis || allVisible) return true;
+        if (!any || tid != last) {
+            any = true;
+            last = tid;
+            // The fetch moves its argument along the HOT chain: the
+            // posting keeps the chain's root, which index scans return.
+            ItemPointerData t;
+            ItemPointerSet(&t, dt::Tid48Block(tid), dt::Tid48Offset(tid));
+            lastVisible = RowVisibleC(vis, &t);
+        }
+        return lastVisible;
+    }
+};
+
+// Reads a term's postings (only visible rows when vis is given), a piece
+// at a time: pieces on all-visible blocks are taken whole.
 void CollectC(DtPostingIter *it, VisCheck *vis, PostArray *out) {
-    DtPosting p;
-    ItemPointerData last;
-    bool lastVisible = false;
-    ItemPointerSetInvalid(&last);
-    while (DtNextPosting(it, &p)) {
-        CHECK_FOR_INTERRUPTS();
-        if (vis) {
-            // Repeats of a row are adjacent: one check serves them all.
-            if (!ItemPointerIsValid(&last) || !ItemPointerEquals(&last, &p.tid)) {
-                last = p.tid;
-                // The fetch moves its argument along the HOT chain: the
-                // posting keeps the chain's root, which index scans return.
-                ItemPointerData t = p.tid;
-                lastVisible = RowVisibleC(vis, &t);
-            }
-            if (!lastVisible) continue;
+    DtChunk c;
+    RowVisibility rv{vis};
+    while (DtNextChunk(it, &c)) {
+        uint32 n;
+        const dt::Posting *p = DtChunkPostings(it, &n);
+        rv.allVisible = vis && RangeVisibleC(vis, dt::Tid48Block(c.firsttid), dt::Tid48Block(c.lasttid));
+        PostReserve(out, n);
+        for (uint32 i = 0; i < n; i++) {
+            if ((i & 1023) == 1023) CHECK_FOR_INTERRUPTS();
+            if (!rv.Visible(p[i].tid)) continue;
+            out->p[out->n++] = dt::LeafPosting{p[i].tid, (int32)p[i].count, p[i].wordcnt};
         }
-        if (out->n == out->cap) {
-            out->cap = out->cap ? out->cap * 2 : 1024;
-            Size bytes = out->cap * sizeof(dt::LeafPosting);
-            out->p = out->p ? (dt::LeafPosting *)repalloc_huge(out->p, bytes)
-                            : (dt::LeafPosting *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
-        }
-        dt::LeafPosting &lp = out->p[out->n++];
-        lp.row = dt::pg::RowKeyOf(&p.tid);
-        lp.count = p.count;
-        lp.wordcnt = p.wordcnt;
     }
     DtEndPostings(it);
 }
 
-// The postings of a term (all documents for a null term).
-dt::LeafPostings Postings(Relation index, const std::string *term, VisCheck *vis) {
-    PostArray pa{nullptr, 0, 0};
-    ServerCall([&] {
-        CollectC(term ? DtBeginTermPostings(index, term->data(), (int)term->size()) : DtBeginAllDocs(index), vis, &pa);
-    });
+// Reads the every-document list (only visible rows when vis is given).
+void CollectDocsC(DtPostingIter *it, VisCheck *vis, PostArray *out) {
+    DtPosting p;
+    RowVisibility rv{vis};
+    while (DtNextPosting(it, &p)) {
+        CHECK_FOR_INTERRUPTS();
+        uint64 tid = dt::MakeTid48(ItemPointerGetBlockNumberNoCheck(&p.tid), ItemPointerGetOffsetNumberNoCheck(&p.tid));
+        if (!rv.Visible(tid)) continue;
+        PostReserve(out, 1);
+        out->p[out->n++] = dt::LeafPosting{tid, p.count, p.wordcnt};
+    }
+    DtEndPostings(it);
+}
+
+// A term's visible postings of the rows among (sorted keys), and its
+// visible rows and occurrences over the whole list: pieces wholly on
+// all-visible blocks and without a row of among are counted by their
+// headers, undecoded.
+void CollectAmongC(DtPostingIter *it, VisCheck *vis, const uint64 *among, int64 na, PostArray *out, int64 *doccnt,
+                   int64 *wordcnt) {
+    DtChunk c;
+    RowVisibility rv{vis};
+    uint64 lastRow = 0;
+    bool haveRow = false;
+    int64 docs = 0, words = 0;
+    while (DtNextChunk(it, &c)) {
+        const uint64 *a = std::lower_bound(among, among + na, c.firsttid);
+        bool overlaps = a < among + na && *a <= c.lasttid;
+        rv.allVisible = vis && RangeVisibleC(vis, dt::Tid48Block(c.firsttid), dt::Tid48Block(c.lasttid));
+        if (c.summed && !overlaps && (rv.allVisible || !vis)) {
+            docs += c.nrows - (haveRow && c.firsttid == lastRow ? 1 : 0);
+            words += c.countsum;
+            lastRow = c.lasttid;
+            haveRow = true;
+            continue;
+        }
+        uint32 n;
+        const dt::Posting *p = DtChunkPostings(it, &n);
+        for (uint32 i = 0; i < n; i++) {
+            if ((i & 1023) == 1023) CHECK_FOR_INTERRUPTS();
+            if (!rv.Visible(p[i].tid)) continue;
+            if (!haveRow || p[i].tid != lastRow) docs++;
+            lastRow = p[i].tid;
+            haveRow = true;
+            words += p[i].count;
+            if (i > 0 && p[i].tid < p[i - 1].tid) a = std::lower_bound(among, among + na, p[i].tid);
+            while (a < among + na && *a < p[i].tid) a++;
+            if (a < among + na && *a == p[i].tid) {
+                PostReserve(out, 1);
+                out->p[out->n++] = dt::LeafPosting{p[i].tid, (int32)p[i].count, p[i].wordcnt};
+            }
+        }
+    }
+    DtEndPostings(it);
+    *doccnt = docs;
+    *wordcnt = words;
+}
+
+// Postings read into palloc'd memory, as a list in row order.
+dt::LeafPostings TakePostings(PostArray &pa) {
     dt::LeafPostings out(pa.p, pa.p + pa.n);
     if (pa.p) ServerCall([&] { pfree(pa.p); });
     // The index keeps each list in row order; a list read while pages
@@ -112,6 +228,30 @@ dt::LeafPostings Postings(Relation index, const std::string *term, VisCheck *vis
         std::stable_sort(out.begin(), out.end(),
                          [](const dt::LeafPosting &a, const dt::LeafPosting &b) { return a.row < b.row; });
     return out;
+}
+
+// The postings of a term (all documents for a null term).
+dt::LeafPostings Postings(Relation index, const std::string *term, VisCheck *vis) {
+    PostArray pa{nullptr, 0, 0};
+    ServerCall([&] {
+        if (term)
+            CollectC(DtBeginTermPostings(index, term->data(), (int)term->size()), vis, &pa);
+        else
+            CollectDocsC(DtBeginAllDocs(index), vis, &pa);
+    });
+    return TakePostings(pa);
+}
+
+// The postings of a term for the rows among, with the term's counts.
+dt::LeafPostings PostingsAmong(Relation index, const std::string &term, const dt::RowSet &among, VisCheck *vis,
+                               int64 *doccnt, int64 *wordcnt) {
+    PostArray pa{nullptr, 0, 0};
+    const uint64 *a = among.data();
+    int64 na = (int64)among.size();
+    ServerCall([&] {
+        CollectAmongC(DtBeginTermPostings(index, term.data(), (int)term.size()), vis, a, na, &pa, doccnt, wordcnt);
+    });
+    return TakePostings(pa);
 }
 
 struct KeyArray {
@@ -255,6 +395,14 @@ dt::EntrySource SourceOf(Relation index, VisCheck *vis) {
     dt::EntrySource src;
     src.postingsOfTerm = [index, vis](const std::string &term) { return Postings(index, &term, vis); };
     src.allDocs = [index, vis] { return Postings(index, nullptr, vis); };
+    src.postingsOfTermAmong = [index, vis](const std::string &term, const dt::RowSet &among, int64_t *doccnt,
+                                           int64_t *wordcnt) {
+        int64 dc = 0, wc = 0;
+        dt::LeafPostings out = PostingsAmong(index, term, among, vis, &dc, &wc);
+        *doccnt = dc;
+        *wordcnt = wc;
+        return out;
+    };
     return src;
 }
 

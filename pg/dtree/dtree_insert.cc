@@ -84,14 +84,9 @@ static Size DtFreeSpace(Page page) { return PageGetExactFreeSpace(page); }
 static void DtFillPostingPage(Page page, const dt::Posting *p, uint32 n, BlockNumber rightlink) {
     DtInitPage(page, DT_POSTING);
     DtPageGetOpaque(page)->rightlink = rightlink;
-    DtPostingPageHeader *h = DtPageGetPostingHeader(page);
     size_t nb = n ? dt::EncodePostings(p, n, 0, DtPostingPageData(page), DT_POSTING_CAPACITY) : 0;
     if (nb == SIZE_MAX) elog(ERROR, "dtree: postings do not fit on a posting page");
-    h->firsttid = n ? p[0].tid : 0;
-    h->lasttid = n ? p[n - 1].tid : 0;
-    h->npostings = n;
-    h->nbytes = (uint32) nb;
-    ((PageHeader) page)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(page) + nb - (char *) page);
+    DtSetPostingHeader(page, p, n, (uint32) nb);
 }
 
 // The items of a tree page, with one item replaced or inserted, as an
@@ -390,10 +385,7 @@ static bool DtChainInsert(Relation index, Buffer leafbuf, Page leafimg, OffsetNu
         DtPostingPageHeader *h = DtPageGetPostingHeader(timg);
         size_t k = dt::EncodePostings(p, 1, h->lasttid, DtPostingPageData(timg) + h->nbytes,
                                       DT_POSTING_CAPACITY - h->nbytes);
-        h->nbytes += (uint32) k;
-        h->npostings += 1;
-        h->lasttid = p->tid;
-        ((PageHeader) timg)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(timg) + h->nbytes - (char *) timg);
+        DtAppendPostingHeader(timg, *p, (uint32) k);
         ih->value += 1;
         Buffer mbuf = DtLockMeta(index, meta);
         DtMetaDeltas(meta, dterms, ddocs, doclist ? 0 : 1, 0);

@@ -24,6 +24,32 @@ void DtInitPage(Page page, uint16 flags) {
     op->page_id = DTREE_PAGE_ID;
 }
 
+void DtSetPostingHeader(Page page, const dt::Posting *p, uint32 n, uint32 nbytes) {
+    DtPostingPageHeader *h = DtPageGetPostingHeader(page);
+    h->firsttid = n ? p[0].tid : 0;
+    h->lasttid = n ? p[n - 1].tid : 0;
+    h->npostings = n;
+    h->nbytes = nbytes;
+    h->nrows = 0;
+    h->countsum = 0;
+    for (uint32 i = 0; i < n; i++) {
+        if (i == 0 || p[i].tid != p[i - 1].tid) h->nrows++;
+        h->countsum += p[i].count;
+    }
+    ((PageHeader) page)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(page) + nbytes - (char *) page);
+}
+
+void DtAppendPostingHeader(Page page, const dt::Posting &p, uint32 k) {
+    DtPostingPageHeader *h = DtPageGetPostingHeader(page);
+    if (h->npostings == 0) h->firsttid = p.tid;
+    if (h->npostings == 0 || p.tid != h->lasttid) h->nrows++;
+    h->countsum += p.count;
+    h->npostings += 1;
+    h->lasttid = p.tid;
+    h->nbytes += k;
+    ((PageHeader) page)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(page) + h->nbytes - (char *) page);
+}
+
 void DtInitMetaPage(Page page) {
     DtInitPage(page, DT_META);
     DTMetaPageData *m = DtPageGetMeta(page);
@@ -147,6 +173,14 @@ void DtReadMetaPage(Relation index, DTMetaPageData *meta, DtMetaExtra *extra) {
     Page page = BufferGetPage(buf);
     bool ok = !PageIsNew(page) && PageGetSpecialSize(page) == MAXALIGN(sizeof(DtPageOpaque)) &&
               DtPageGetMeta(page)->dtm_magic == DTREE_MAGIC && (DtPageGetOpaque(page)->flags & DT_META);
+    int32 version = ok ? DtPageGetMeta(page)->dtm_version : 0;
+    if (ok && version != DTREE_VERSION) {
+        UnlockReleaseBuffer(buf);
+        ereport(ERROR, (errcode(ERRCODE_OBJECT_NOT_IN_PREREQUISITE_STATE),
+                        errmsg("dtree index \"%s\" has page layout %d, this server reads layout %d",
+                               RelationGetRelationName(index), (int) version, DTREE_VERSION),
+                        errhint("REINDEX the index.")));
+    }
     if (ok) {
         if (meta) *meta = *DtPageGetMeta(page);
         if (extra) *extra = *DtPageGetMetaExtra(page);

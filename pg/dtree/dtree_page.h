@@ -21,9 +21,10 @@ extern "C" {
 }
 
 #include "dtree_read.h"
+#include "postingcodec.h"
 
 #define DTREE_MAGIC ((int32) 0xAEAEAEAE)
-#define DTREE_VERSION 1
+#define DTREE_VERSION 2  // 2: posting pages count their rows and occurrences
 #define DTREE_METAPAGE_BLKNO 0
 #define DTREE_PAGE_ID 0xD7E3
 #define DT_MAX_HEIGHT 32
@@ -77,12 +78,16 @@ typedef struct DtChainRef {
     BlockNumber tail;
 } DtChainRef;
 
-// Start of a posting page's contents.
+// Start of a posting page's contents.  nrows and countsum let a reader
+// take a page's share of a term's document and occurrence counts without
+// decoding it.
 typedef struct DtPostingPageHeader {
     uint64 firsttid;   // row of the first posting (0 when empty)
     uint64 lasttid;    // row of the last posting (0 when empty)
     uint32 npostings;
     uint32 nbytes;     // coded bytes that follow
+    uint32 nrows;      // distinct rows of the page's postings
+    uint32 countsum;   // sum of the postings' counts
 } DtPostingPageHeader;
 
 #define DtPageGetOpaque(page) ((DtPageOpaque *) PageGetSpecialPointer(page))
@@ -105,6 +110,11 @@ typedef struct DtPostingPageHeader {
 
 // Page formatting.
 void DtInitPage(Page page, uint16 flags);
+// Fills a posting page's header for the n postings (row order) coded in
+// its nbytes bytes, and sets pd_lower after them.
+void DtSetPostingHeader(Page page, const dt::Posting *p, uint32 n, uint32 nbytes);
+// The header after one posting was coded in k more bytes at the end.
+void DtAppendPostingHeader(Page page, const dt::Posting &p, uint32 k);
 void DtInitMetaPage(Page page);
 bool DtPageIsTree(Page page);
 // Checks the page is a dtree page of one of the kinds in flags; raises

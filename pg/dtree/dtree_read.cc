@@ -20,6 +20,10 @@ struct DtPostingIter {
     BlockNumber next;       // next posting page, or InvalidBlockNumber
     int64 total;
     bool alldocs;           // skip documents without terms
+    bool inlinePending;     // chunks: the entry's inline list is still to come
+    bool coded;             // scratch holds the current page, not yet decoded
+    BlockNumber page;       // the current page
+    uint32 nbytes;          // its coded bytes in scratch
     unsigned char scratch[BLCKSZ];
 };
 
@@ -127,8 +131,9 @@ static void DtCorruptList(Relation index, BlockNumber blk) {
                            RelationGetRelationName(index), blk)));
 }
 
-// Reads the next posting page into the iterator.
-static void DtIterLoadPage(DtPostingIter *it) {
+// Copies the next posting page into the iterator, undecoded; its header
+// goes to *h (zero for a deleted page).
+static void DtIterReadPage(DtPostingIter *it, DtPostingPageHeader *h) {
     BlockNumber blk = it->next;
     Buffer buf = ReadBuffer(it->index, blk);
     LockBuffer(buf, BUFFER_LOCK_SHARE);
@@ -136,20 +141,34 @@ static void DtIterLoadPage(DtPostingIter *it) {
     DtCheckPage(it->index, page, blk, DT_POSTING | DT_DELETED);
     DtPageOpaque *op = DtPageGetOpaque(page);
     it->next = op->rightlink;
-    uint32 n = 0, nbytes = 0;
+    memset(h, 0, sizeof(*h));
     if (!(op->flags & DT_DELETED)) {
-        DtPostingPageHeader *h = DtPageGetPostingHeader(page);
-        n = h->npostings;
-        nbytes = h->nbytes;
-        if (nbytes > DT_POSTING_CAPACITY) nbytes = DT_POSTING_CAPACITY + 1;
-        else memcpy(it->scratch, DtPostingPageData(page), nbytes);
+        *h = *DtPageGetPostingHeader(page);
+        if (h->nbytes <= DT_POSTING_CAPACITY) memcpy(it->scratch, DtPostingPageData(page), h->nbytes);
     }
     UnlockReleaseBuffer(buf);
-    if (nbytes > DT_POSTING_CAPACITY) DtCorruptList(it->index, blk);
-    DtIterReserve(it, n);
-    if (n && dt::DecodePostings(it->scratch, nbytes, 0, it->postings, n) == SIZE_MAX) DtCorruptList(it->index, blk);
-    it->n = n;
+    if (h->nbytes > DT_POSTING_CAPACITY) DtCorruptList(it->index, blk);
+    it->page = blk;
+    it->nbytes = h->nbytes;
+    it->n = h->npostings;
     it->pos = 0;
+    it->coded = true;
+}
+
+// Decodes the page read last.
+static void DtIterDecode(DtPostingIter *it) {
+    if (!it->coded) return;
+    DtIterReserve(it, it->n);
+    if (it->n && dt::DecodePostings(it->scratch, it->nbytes, 0, it->postings, it->n) == SIZE_MAX)
+        DtCorruptList(it->index, it->page);
+    it->coded = false;
+}
+
+// Reads the next posting page into the iterator.
+static void DtIterLoadPage(DtPostingIter *it) {
+    DtPostingPageHeader h;
+    DtIterReadPage(it, &h);
+    DtIterDecode(it);
 }
 
 static DtPostingIter *DtBeginKey(Relation index, const char *key, int keylen, bool alldocs) {
@@ -171,6 +190,7 @@ static DtPostingIter *DtBeginKey(Relation index, const char *key, int keylen, bo
         if (e->value && dt::DecodePostings(DtItemPayload(e), room, 0, it->postings, e->value) == SIZE_MAX)
             DtCorruptList(index, InvalidBlockNumber);
         it->n = e->value;
+        it->inlinePending = it->n > 0;
     }
     pfree(e);
     return it;
@@ -253,6 +273,41 @@ bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
         if (DtIterPassPage(it, want)) continue;
         DtIterLoadPage(it);
     }
+}
+
+bool DtNextChunk(DtPostingIter *it, DtChunk *out) {
+    if (it->inlinePending) {
+        it->inlinePending = false;
+        it->pos = it->n;
+        out->firsttid = it->postings[0].tid;
+        out->lasttid = it->postings[it->n - 1].tid;
+        out->npostings = it->n;
+        out->nrows = out->countsum = 0;
+        out->summed = false;
+        return true;
+    }
+    while (it->next != InvalidBlockNumber) {
+        CHECK_FOR_INTERRUPTS();
+        DtPostingPageHeader h;
+        DtIterReadPage(it, &h);
+        it->pos = it->n;
+        if (h.npostings == 0) continue;
+        out->firsttid = h.firsttid;
+        out->lasttid = h.lasttid;
+        out->npostings = h.npostings;
+        out->nrows = h.nrows;
+        out->countsum = h.countsum;
+        out->summed = true;
+        return true;
+    }
+    it->n = it->pos = 0;
+    return false;
+}
+
+const dt::Posting *DtChunkPostings(DtPostingIter *it, uint32 *n) {
+    DtIterDecode(it);
+    *n = it->n;
+    return it->postings;
 }
 
 void DtEndPostings(DtPostingIter *it) {

@@ -24,6 +24,8 @@ extern "C" {
 #include "utils/rel.h"
 }
 
+#include "postingcodec.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -75,6 +77,26 @@ bool DtNextPosting(DtPostingIter *it, DtPosting *out);
 // intersections) and returns it like DtNextPosting.  Posting pages wholly
 // below tid are passed by their headers without being decoded.
 bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out);
+
+// A piece of a list as stored: an entry's inline list or one posting
+// page.  Rows are 48-bit keys (block << 16 | offset).  When summed, nrows
+// and countsum are the piece's distinct rows and the sum of its counts,
+// known without decoding it.
+typedef struct DtChunk {
+    uint64 firsttid, lasttid;
+    uint32 npostings;
+    uint32 nrows, countsum;
+    bool summed;
+} DtChunk;
+
+// Moves to the next non-empty piece of the list without decoding it; false
+// at the end.  An iterator read by pieces is not read by DtNextPosting or
+// DtSkipTo.
+bool DtNextChunk(DtPostingIter *it, DtChunk *out);
+
+// The postings of the current piece (decoded on the first call), in row
+// order; valid until the next call on the iterator.
+const dt::Posting *DtChunkPostings(DtPostingIter *it, uint32 *n);
 
 // Frees the iterator (it holds no buffer).
 void DtEndPostings(DtPostingIter *it);

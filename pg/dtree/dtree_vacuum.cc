@@ -207,13 +207,8 @@ static BlockNumber DtVacuumChainPages(Relation index, Buffer lbuf, Page img, Off
                 if (blk == ref.tail) ref.tail = BufferGetBlockNumber(prev);
             } else {
                 DtPageGetOpaque(pimg)->rightlink = next;
-                DtPostingPageHeader *nh = DtPageGetPostingHeader(pimg);
                 size_t nbytes = k ? dt::EncodePostings(arr, k, 0, DtPostingPageData(pimg), DT_POSTING_CAPACITY) : 0;
-                nh->firsttid = k ? arr[0].tid : 0;
-                nh->lasttid = k ? arr[k - 1].tid : 0;
-                nh->npostings = k;
-                nh->nbytes = (uint32) nbytes;
-                ((PageHeader) pimg)->pd_lower = (LocationIndex) ((char *) DtPostingPageData(pimg) + nbytes - (char *) pimg);
+                DtSetPostingHeader(pimg, arr, k, (uint32) nbytes);
             }
             bufs[nb] = buf;
             imgs[nb++] = pimg;

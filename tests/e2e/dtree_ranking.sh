@@ -69,6 +69,45 @@ while read -r words; do
 done <"$WORK/queries"
 same 0 "$bad" "$total word lists: the index's weights equal the SQL computation (1e-12), same rows"
 
+# Conjunctions: a word's counts come from its whole list (pieces of it on
+# all-visible pages by their headers), its hits only from rows of the
+# intersection.  The reference: rows holding every word, weighed as above.
+q >/dev/null <<'SQL'
+CREATE FUNCTION ref_and(words text) RETURNS TABLE (row_id tid, weight float8) LANGUAGE sql AS $$
+  SELECT w.* FROM ref_weights(words) w
+    JOIN (SELECT x.row_id FROM terms x WHERE x.term IN (SELECT term FROM dt_QueryTerms(words, true))
+           GROUP BY x.row_id
+          HAVING count(DISTINCT x.term) = (SELECT count(DISTINCT term) FROM dt_QueryTerms(words, true))) h
+   USING (row_id)
+$$;
+SQL
+# and_check LABEL: 40 conjunctions of one of the most frequent terms (its
+# list on several posting pages) and one or two other terms of a gloss.
+and_check() {
+    q -c "SELECT setseed(0.77)" -c "WITH freq AS (SELECT term FROM terms WHERE term ~ '^[a-z]{3,}$'
+                                                  GROUP BY term HAVING count(*) >= 2500)
+        SELECT (SELECT string_agg(term, ' ') FROM (
+                  (SELECT min(term) AS term FROM terms x WHERE x.row_id = r.row_id AND term IN (SELECT term FROM freq))
+                  UNION ALL
+                  (SELECT DISTINCT term FROM terms x WHERE x.row_id = r.row_id AND term ~ '^[a-z]{4,}$'
+                      AND term NOT IN (SELECT term FROM freq) ORDER BY 1 LIMIT 1 + (i % 2))) s)
+          FROM generate_series(1, 40) i,
+               LATERAL (SELECT row_id FROM terms WHERE term IN (SELECT term FROM freq) AND id < 100000 AND i > 0
+                         ORDER BY random() LIMIT 1) r" \
+      | sed 1d | grep ' ' >"$WORK/ands"
+    local bad=0 total=0 words r
+    while read -r words; do
+        total=$((total + 1))
+        r=$(q -c "SELECT count(*) FILTER (WHERE a.row_id IS NULL OR b.row_id IS NULL OR abs(a.weight - b.weight) > 1e-12)
+                         || ' ' || count(*)
+                    FROM dt_RankContains('g_dt', '${words// / and }') a FULL JOIN ref_and('$words') b USING (row_id)")
+        if [ "${r%% *}" != 0 ] || [ "${r##* }" = 0 ]; then
+            bad=$((bad + 1))
+            [ $bad -le 3 ] && echo "  differs: '$words': $r"
+        fi
+    done <"$WORK/ands"
+    same 0 "$bad" "$total conjunctions $1: weights equal the SQL computation (1e-12), same rows"
+}
 # ORDER BY relevance comes from the index in rank order, without a sort.
 plan=$(q -c "EXPLAIN SELECT id FROM g WHERE body @@ 'dog or cat' ORDER BY body <=> 'dog or cat' LIMIT 10")
 has "Index Scan using g_dt" "$plan" "EXPLAIN: ORDER BY body <=> q is an index scan"
@@ -204,6 +243,27 @@ same "t" "$(echo "$after" | sed -n 3p)" "with learned coefficients the judged re
 has "22023" "$(q -v VERBOSITY=verbose -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, false FROM judged')" 2>&1)" "judgments without a relevant row: 22023"
 has "42804" "$(q -v VERBOSITY=verbose -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id FROM judged')" 2>&1)" "judgments of the wrong shape: 42804"
 has "permission denied" "$(q -U ranker -c "SELECT * FROM dt_FitDocParams('g_dt', 'SELECT query, row_id, relevant FROM judged')" 2>&1)" "a role that may not read the table cannot fit on it"
+
+# make_terms: the reference's table of every visible document's terms.
+make_terms() {
+    q -c "DROP TABLE terms" -c "CREATE TABLE terms AS
+            SELECT t.ctid AS row_id, t.id, m[1] AS term, m[2]::float8 AS f, DocWordCnt(t.body)::float8 AS l
+              FROM g t, regexp_matches(IndexTerms(t.body), '(\S+):(\d+) ', 'g') m" >/dev/null
+}
+# 6,000 more documents of one word make its list span several posting
+# pages, most of them without a row of the conjunctions below.
+q -c "INSERT INTO g SELECT 100000 + i, dt_FromText('act') FROM generate_series(1, 6000) i" \
+  -c "VACUUM ANALYZE g" >/dev/null
+make_terms
+same "act" "$(q -c "SELECT string_agg(term, ',') FROM (SELECT term FROM terms GROUP BY term HAVING count(*) >= 2500) s")" \
+    "one term in 2,500 documents or more"
+and_check "on an all-visible table"
+# Deleted rows not yet vacuumed: the pages that held them are not
+# all-visible, so their pieces are read posting by posting and the
+# deleted rows count nowhere.
+q -c "DELETE FROM g WHERE id % 7 = 3" >/dev/null
+make_terms
+and_check "after deletes, before VACUUM"
 
 # Scrollable cursors over an index scan.
 order=$(rank_ids "dt_RankContains('g_dt', 'dog')" 1000000 ' ')

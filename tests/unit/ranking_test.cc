@@ -2,8 +2,11 @@
 // tables with hits, and the query tree of a scan.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
+#include <random>
+#include <string>
 
 #include "error.h"
 #include "exprnodes.h"
@@ -395,4 +398,89 @@ TEST(ResultEntries, AndOfTwoWordsWithNoCommonRowReadsNoList) {
     EXPECT_EQ(a->node_doccnt, 2);
     EXPECT_EQ(c->node_wordcnt, 2);
     EXPECT_EQ(f.asked, (std::vector<std::string>{"a", "c"}));
+}
+
+namespace {
+// A random tree of AND, OR and ANDNOT over words w0..w5.
+DocExprNode *RandomTree(ExprArena &ar, std::mt19937 &rng, int depth, std::vector<DocExprNode *> *leaves) {
+    if (depth == 0 || rng() % 3 == 0) {
+        DocExprNode *w = Word(ar, "w" + std::to_string(rng() % 6));
+        leaves->push_back(w);
+        return w;
+    }
+    static const int ops[] = {EXPR_AND, EXPR_OR, EXPR_ANDNOT};
+    int op = ops[rng() % 3];
+    DocExprNode *l = RandomTree(ar, rng, depth - 1, leaves);
+    return Node(ar, op, l, RandomTree(ar, rng, depth - 1, leaves));
+}
+}  // namespace
+
+TEST(ResultEntries, ReadingWordsOnlyAmongTheOtherSideGivesTheSameAnswer) {
+    std::mt19937 rng(20261123);
+    int amongCalls = 0;
+    for (int round = 0; round < 300; round++) {
+        FakeIndex f;
+        for (int t = 0; t < 6; t++) {
+            LeafPostings &l = f.terms["w" + std::to_string(t)];
+            for (int r = 1; r <= 40; r++) {
+                if (rng() % 3 != 0) continue;
+                l.push_back({R(r), (int32_t)(1 + rng() % 4), (uint32_t)(10 + r)});
+                if (rng() % 10 == 0) l.push_back({R(r), 1, (uint32_t)(10 + r)});  // a repeat of the row
+            }
+        }
+        RowSource rows;
+        rows.rowsWithTerm = [&](const std::string &t) {
+            RowSet r;
+            for (const LeafPosting &p : f.terms[t])
+                if (r.empty() || r.back() != p.row) r.push_back(p.row);
+            return r;
+        };
+        rows.allRows = [] { return RowSet(); };
+        rows.rowsWithTermAmong = [&](const std::string &t, const RowSet &among) {
+            return RowSetAnd(rows.rowsWithTerm(t), among);
+        };
+        rows.termCount = [&](const std::string &t) { return (int64_t)f.terms[t].size(); };
+        EntrySource whole = f.Source();
+        whole.rows = &rows;
+        EntrySource among = whole;
+        among.postingsOfTermAmong = [&](const std::string &t, const RowSet &in, int64_t *doccnt, int64_t *wordcnt) {
+            amongCalls++;
+            LeafPostings out;
+            *doccnt = *wordcnt = 0;
+            const LeafPostings &l = f.terms[t];
+            for (size_t i = 0; i < l.size(); i++) {
+                if (i == 0 || l[i].row != l[i - 1].row) ++*doccnt;
+                *wordcnt += l[i].count;
+                if (std::binary_search(in.begin(), in.end(), l[i].row)) out.push_back(l[i]);
+            }
+            return out;
+        };
+        ExprArena ar;
+        std::vector<DocExprNode *> leaves;
+        DocExprNode *tree = RandomTree(ar, rng, 3, &leaves);
+        auto run = [&](const EntrySource &src, std::vector<std::pair<int, int>> *counts) {
+            for (DocExprNode *l : leaves) l->node_doccnt = l->node_wordcnt = -1;
+            ResultTable t = EvaluateEntries(tree, src);
+            GetDocWeights(t, tree, 5000, 100);
+            for (DocExprNode *l : leaves) counts->push_back({l->node_doccnt, l->node_wordcnt});
+            return t;
+        };
+        std::vector<std::pair<int, int>> c1, c2;
+        ResultTable a = run(whole, &c1), b = run(among, &c2);
+        ASSERT_EQ(a.entries.size(), b.entries.size()) << "round " << round;
+        for (size_t i = 0; i < a.entries.size(); i++) {
+            const ResultEntry &x = a.entries[i], &y = b.entries[i];
+            ASSERT_EQ(x.row, y.row);
+            ASSERT_EQ(x.wordcnt, y.wordcnt);
+            ASSERT_EQ(x.nhits, y.nhits);
+            for (uint32_t h = 0; h < x.nhits; h++) {
+                ASSERT_EQ(a.hits[x.firstHit + h].leaf, b.hits[y.firstHit + h].leaf);
+                ASSERT_EQ(a.hits[x.firstHit + h].count, b.hits[y.firstHit + h].count);
+            }
+            ASSERT_EQ(x.weight, y.weight);  // the same sums in the same order
+        }
+        for (size_t i = 0; i < c1.size(); i++)
+            if (c1[i].first >= 0 && c2[i].first >= 0) ASSERT_EQ(c1[i], c2[i]) << "round " << round << " leaf " << i;
+    }
+    EXPECT_GT(amongCalls, 100);
 }
