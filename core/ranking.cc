@@ -62,17 +62,54 @@ double TermLogOdds(const double x[6], const double *p) {
     return lo - p[kPriorLogOdds];
 }
 
-double StageTwoWeight(double z, double L, double querywords, const double *p) {
+namespace {
+// The stage-two weight from log L and log querywords.
+double StageTwoFromLogs(double z, double logL, double logQ, const double *p) {
     if (z < 1.0) z = 1.0;
-    double temp = p[kStage2Intercept] + p[kZCoef] * std::log(z) + p[kDocLenCoef] * std::log(L) +
-                  p[kQryLenCoef] * std::log(querywords);
+    double temp = p[kStage2Intercept] + p[kZCoef] * std::log(z) + p[kDocLenCoef] * logL + p[kQryLenCoef] * logQ;
     return 1.0 / (1.0 + std::exp(-temp));
+}
+
+// log(n) for the small counts that documents and terms mostly have, from
+// a table filled once with the same function (so the same values).
+constexpr uint32_t kLogTableSize = 4096;
+double LogCount(uint32_t n) {
+    static double *table = [] {
+        static double t[kLogTableSize];
+        for (uint32_t i = 0; i < kLogTableSize; i++) t[i] = std::log((double)i);
+        return t;
+    }();
+    return n < kLogTableSize ? table[n] : std::log((double)n);
+}
+
+// What a query leaf contributes to every document it matched.
+struct LeafFeatures {
+    const DocExprNode *leaf;
+    double x1, x2, x5, x6;
+};
+}  // namespace
+
+double StageTwoWeight(double z, double L, double querywords, const double *p) {
+    return StageTwoFromLogs(z, std::log(L), std::log(querywords), p);
 }
 
 void GetDocWeights(ResultTable &table, const DocExprNode *root, int totalTerms, int totalDocs, const double *params) {
     double terms = totalTerms == 0 ? 1.0 : (double)totalTerms;
     double docs = (double)totalDocs;
     double querywords = (double)ExprCount(root);
+    double logQ = std::log(querywords);
+    // The features of a term that do not depend on the document (the same
+    // logarithms TermFeatures takes), once per leaf.
+    std::vector<LeafFeatures> leaves;
+    auto featuresOf = [&](const DocExprNode *leaf) -> const LeafFeatures & {
+        for (const LeafFeatures &f : leaves)
+            if (f.leaf == leaf) return f;
+        double q = (double)leaf->node_querycnt;
+        leaves.push_back(LeafFeatures{leaf, std::log(q), std::log(q / querywords),
+                                      std::log(docs / (double)leaf->node_doccnt),
+                                      std::log((double)leaf->node_wordcnt / terms)});
+        return leaves.back();
+    };
     size_t k = 0;
     for (ResultEntry &e : table.entries) {
         if ((k++ & 4095) == 0) PollInterrupts();
@@ -82,17 +119,18 @@ void GetDocWeights(ResultTable &table, const DocExprNode *root, int totalTerms, 
         }
         double z = 0.0;
         unsigned gotone = 0;
+        double L = (double)e.wordcnt;
         for (uint32_t h = e.firstHit; h < e.firstHit + e.nhits; h++) {
             const TermHit &hit = table.hits[h];
             if (hit.leaf->node_op != EXPR_WORD) continue;
             if (++gotone == 0) ++gotone;
-            TermClues c{(double)hit.leaf->node_querycnt, (double)hit.count, (double)e.wordcnt,
-                        (double)hit.leaf->node_doccnt, (double)hit.leaf->node_wordcnt};
-            double x[6];
-            TermFeatures(c, querywords, terms, docs, x);
+            const LeafFeatures &lf = featuresOf(hit.leaf);
+            double f = (double)hit.count;
+            double x[6] = {lf.x1, lf.x2, hit.count > 0 ? LogCount((uint32_t)hit.count) : std::log(f), std::log(f / L),
+                           lf.x5, lf.x6};
             z = z + TermLogOdds(x, params);
         }
-        e.weight = gotone == 0 ? kNoWordWeight : StageTwoWeight(z, (double)e.wordcnt, querywords, params);
+        e.weight = gotone == 0 ? kNoWordWeight : StageTwoFromLogs(z, LogCount(e.wordcnt), logQ, params);
     }
 }
 

@@ -102,6 +102,14 @@ bool RangeVisibleC(VisCheck *v, BlockNumber from, BlockNumber to) {
     return true;
 }
 
+// Whether to ask the visibility map about a piece's whole block range at
+// once: a piece of few postings spread over many blocks (a rare term's
+// inline list) is cheaper checked posting by posting.
+bool RangeWorthChecking(const DtChunk &c) {
+    uint64 blocks = (uint64)dt::Tid48Block(c.lasttid) - dt::Tid48Block(c.firsttid) + 1;
+    return blocks / 32 <= 4 * (uint64)c.npostings;
+}
+
 struct PostArray {
     dt::LeafPosting *p;
     int64 n, cap;
@@ -147,7 +155,8 @@ void CollectC(DtPostingIter *it, VisCheck *vis, PostArray *out) {
     while (DtNextChunk(it, &c)) {
         uint32 n;
         const dt::Posting *p = DtChunkPostings(it, &n);
-        rv.allVisible = vis && RangeVisibleC(vis, dt::Tid48Block(c.firsttid), dt::Tid48Block(c.lasttid));
+        rv.allVisible = vis && RangeWorthChecking(c) &&
+                        RangeVisibleC(vis, dt::Tid48Block(c.firsttid), dt::Tid48Block(c.lasttid));
         PostReserve(out, n);
         for (uint32 i = 0; i < n; i++) {
             if ((i & 1023) == 1023) CHECK_FOR_INTERRUPTS();
@@ -186,7 +195,8 @@ void CollectAmongC(DtPostingIter *it, VisCheck *vis, const uint64 *among, int64 
     while (DtNextChunk(it, &c)) {
         const uint64 *a = std::lower_bound(among, among + na, c.firsttid);
         bool overlaps = a < among + na && *a <= c.lasttid;
-        rv.allVisible = vis && RangeVisibleC(vis, dt::Tid48Block(c.firsttid), dt::Tid48Block(c.lasttid));
+        rv.allVisible = vis && ((c.summed && !overlaps) || RangeWorthChecking(c)) &&
+                        RangeVisibleC(vis, dt::Tid48Block(c.firsttid), dt::Tid48Block(c.lasttid));
         if (c.summed && !overlaps && (rv.allVisible || !vis)) {
             docs += c.nrows - (haveRow && c.firsttid == lastRow ? 1 : 0);
             words += c.countsum;

@@ -51,6 +51,9 @@ struct DtScanState {
     DtScanState *prev, *next;
     MemoryContext keeper;  // deleted with the scan: unlists it
     MemoryContextCallback unlist;
+    // Reading back a row the scan handed out (DtRowDistance); in keeper.
+    IndexFetchTableData *rowFetch;
+    TupleTableSlot *rowSlot;
 };
 
 DtScanState *g_orderedScans = nullptr;
@@ -112,15 +115,18 @@ void OrderByDistances(IndexScanDesc scan, dt::pg::ScanOutcome &res, std::vector<
             if (it != rows.end() && *it == res.rows[i]) dist[i * norder + o] = 1.0 - weights[it - rows.begin()];
         }
     }
-    std::vector<size_t> perm(n);
-    for (size_t i = 0; i < n; i++) perm[i] = i;
-    std::stable_sort(perm.begin(), perm.end(), [&](size_t a, size_t b) {
+    auto before = [&](size_t a, size_t b) {
         for (int o = 0; o < norder; o++) {
             double da = dist[a * norder + o], db = dist[b * norder + o];
             if (da != db) return da < db;
         }
         return false;
-    });
+    };
+    std::vector<size_t> perm(n);
+    for (size_t i = 0; i < n; i++) perm[i] = i;
+    // Ordered by the scan's own query, the rank order already is.
+    if (std::is_sorted(perm.begin(), perm.end(), before)) return;
+    std::stable_sort(perm.begin(), perm.end(), before);
     std::vector<dt::RowKey> rows(n);
     std::vector<double> sorted(n * norder);
     for (size_t i = 0; i < n; i++) {
@@ -264,6 +270,8 @@ void dtendscan(IndexScanDesc scan) {
     dt::pg::Guard([&]() -> int {
         DtScanState *st = (DtScanState *)scan->opaque;
         ServerCall([&] {
+            if (st->rowFetch) table_index_fetch_end(st->rowFetch);
+            if (st->rowSlot) ExecDropSingleTupleTableSlot(st->rowSlot);
             MemoryContextDelete(st->cxt);
             if (st->keeper) MemoryContextDelete(st->keeper);
         });
@@ -279,8 +287,14 @@ static bool RowHoldsDocC(DtScanState *st, int64 pos, const struct varlena *doc) 
     Relation heap = scan->heapRelation;
     if (!heap) return false;
     AttrNumber attno = scan->indexRelation->rd_index->indkey.values[0];
-    IndexFetchTableData *fetch = table_index_fetch_begin(heap);
-    TupleTableSlot *slot = table_slot_create(heap, NULL);
+    if (!st->rowFetch) {
+        MemoryContext old = MemoryContextSwitchTo(st->keeper);
+        st->rowSlot = table_slot_create(heap, NULL);
+        st->rowFetch = table_index_fetch_begin(heap);
+        MemoryContextSwitchTo(old);
+    }
+    IndexFetchTableData *fetch = st->rowFetch;
+    TupleTableSlot *slot = st->rowSlot;
     ItemPointerData tid = st->tids[pos];
     bool call_again = false, all_dead = false, same = false;
     if (table_index_fetch_tuple(fetch, &tid, scan->xs_snapshot, slot, &call_again, &all_dead)) {
@@ -292,8 +306,9 @@ static bool RowHoldsDocC(DtScanState *st, int64 pos, const struct varlena *doc) 
                    memcmp(VARDATA_ANY(v), VARDATA_ANY(doc), VARSIZE_ANY_EXHDR(doc)) == 0;
         }
     }
-    ExecDropSingleTupleTableSlot(slot);
-    table_index_fetch_end(fetch);
+    // Keep no buffer pinned between calls.
+    ExecClearTuple(slot);
+    table_index_fetch_reset(fetch);
     return same;
 }
 
