@@ -117,7 +117,7 @@ void ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words, Index
         DtMetaInfo mi;
         DtReadMeta(index, &mi);
         numdocs = mi.numdocs;
-        for (int i = 0; i < n; i++) counts[i] = DtTermDocCount(index, w[i].data(), (int) w[i].size());
+        for (int i = 0; i < n; i++) counts[i] = DtTermPostingCount(index, w[i].data(), (int) w[i].size());
         index_close(index, AccessShareLock);
     });
     f.numdocs = numdocs;

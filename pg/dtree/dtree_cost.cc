@@ -41,13 +41,6 @@ extern "C" {
 #include "utils/spccache.h"
 }
 
-int64 DtTermDocCount(Relation index, const char *term, int termlen) {
-    DtPostingIter *it = DtBeginTermPostings(index, term, termlen);
-    int64 n = DtIterPostingCount(it);
-    DtEndPostings(it);
-    return n < 0 ? 0 : n;
-}
-
 static void DtRaiseNoTermTree(Relation rel) {
     dt::pg::PendingError pe;
     {
@@ -158,7 +151,7 @@ void ConditionWork(PlannerInfo *root, IndexOptInfo *index, RestrictInfo *rinfo, 
     double sum = ServerCall([&] {
         double s = 0;
         Relation rel = index_open(indexoid, AccessShareLock);
-        for (int i = 0; i < n; i++) s += (double) DtTermDocCount(rel, wp[i].data(), (int) wp[i].size());
+        for (int i = 0; i < n; i++) s += (double) DtTermPostingCount(rel, wp[i].data(), (int) wp[i].size());
         index_close(rel, AccessShareLock);
         return s;
     });

@@ -10,10 +10,6 @@ extern "C" {
 #include "utils/rel.h"
 }
 
-// The number of postings of a term (its document frequency, counting dead
-// rows VACUUM has not removed yet, and repeats added by AddIndexTerms).
-int64 DtTermDocCount(Relation index, const char *term, int termlen);
-
 // dtstat: the model's estimate of a scan of a dtree index: selectivity
 // 1 / avg_term_cnt of the indexed column (100 without a usable figure),
 // pages ceil(pages of the index * selectivity), rows

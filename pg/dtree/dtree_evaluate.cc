@@ -347,12 +347,7 @@ dt::RowSet RowsAmong(Relation index, const std::string &term, const dt::RowSet &
 }
 
 int64 TermCount(Relation index, const std::string &term) {
-    return ServerCall([&] {
-        DtPostingIter *it = DtBeginTermPostings(index, term.data(), (int)term.size());
-        int64 n = DtIterPostingCount(it);
-        DtEndPostings(it);
-        return n;
-    });
+    return ServerCall([&] { return DtTermPostingCount(index, term.data(), (int)term.size()); });
 }
 
 // Opens the visibility check and closes it whatever happens.

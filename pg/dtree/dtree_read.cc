@@ -213,6 +213,15 @@ DtPostingIter *DtBeginDocList(Relation index) { return DtBeginKey(index, DT_DOCL
 
 int64 DtIterPostingCount(DtPostingIter *it) { return it->total; }
 
+int64 DtTermPostingCount(Relation index, const char *term, int termlen) {
+    if (termlen <= 0) return 0;
+    DtItemHeader *e = DtLookupEntry(index, term, termlen, NULL);
+    if (!e) return 0;
+    int64 n = e->value;
+    pfree(e);
+    return n;
+}
+
 bool DtNextPosting(DtPostingIter *it, DtPosting *out) {
     for (;;) {
         while (it->pos < it->n) {

@@ -70,6 +70,12 @@ DtPostingIter *DtBeginAllDocs(Relation index);
 // term's document frequency, before visibility), or -1 if unknown.
 int64 DtIterPostingCount(DtPostingIter *it);
 
+// The number of postings of a term (its document frequency, counting dead
+// rows VACUUM has not removed yet, and repeats added by AddIndexTerms),
+// read from its entry without decoding its list; 0 for a term not in the
+// index.
+int64 DtTermPostingCount(Relation index, const char *term, int termlen);
+
 // The next posting; false when there are no more.
 bool DtNextPosting(DtPostingIter *it, DtPosting *out);
 
