@@ -264,6 +264,21 @@ and_check "on an all-visible table"
 q -c "DELETE FROM g WHERE id % 7 = 3" >/dev/null
 make_terms
 and_check "after deletes, before VACUUM"
+# Another session's uncommitted inserts: their postings are in the lists
+# (and in the index's counters, which both sides read) but on heap pages
+# no longer all-visible, so they count nowhere.
+q -c "VACUUM g" >/dev/null
+q -c "BEGIN" -c "INSERT INTO g SELECT 300000 + i, dt_FromText('act') FROM generate_series(1, 500) i" \
+  -c "SELECT pg_sleep(120)" -c "COMMIT" >/dev/null 2>&1 &
+held=$!
+for _ in $(seq 1 100); do
+    [ "$(q -c "SELECT count(*) FROM pg_stat_activity WHERE query = 'SELECT pg_sleep(120)'")" = 1 ] && break
+    sleep 0.2
+done
+make_terms
+and_check "beside another session's uncommitted inserts"
+q -c "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE query = 'SELECT pg_sleep(120)'" >/dev/null
+wait $held || true
 
 # Scrollable cursors over an index scan.
 order=$(rank_ids "dt_RankContains('g_dt', 'dog')" 1000000 ' ')
