@@ -6,7 +6,8 @@
 -- bench_queries(per, two) makes per queries of each kind from table vocab
 -- in both languages (kind, query language, tsquery): one term, two terms
 -- joined by two ('and' or 'or'), three terms or'ed; query i takes words
--- i, i + per and i + 2 per.
+-- i, i + per and i + 2 per; and 'and, and not' (a and b and not c) from
+-- words i, i + 2 per and i + 3 per, when vocab has them.
 -- timings(kind, tmpl, col) runs the SQL template tmpl once for each query
 -- of a kind in table queries (column col as $1), untimed, to warm the
 -- caches as every side gets them warm, then again, and returns the
@@ -44,5 +45,8 @@ BEGIN
     FROM vocab a JOIN vocab b ON b.k = a.k + per WHERE a.k <= per
   UNION ALL
   SELECT 'three terms or', a.word || ' or ' || b.word || ' or ' || c.word, a.word || ' | ' || b.word || ' | ' || c.word
-    FROM vocab a JOIN vocab b ON b.k = a.k + per JOIN vocab c ON c.k = a.k + 2 * per WHERE a.k <= per;
+    FROM vocab a JOIN vocab b ON b.k = a.k + per JOIN vocab c ON c.k = a.k + 2 * per WHERE a.k <= per
+  UNION ALL
+  SELECT 'and, and not', a.word || ' and ' || b.word || ' and !' || c.word, a.word || ' & ' || b.word || ' & !' || c.word
+    FROM vocab a JOIN vocab b ON b.k = a.k + 2 * per JOIN vocab c ON c.k = a.k + 3 * per WHERE a.k <= per;
 END $$;
