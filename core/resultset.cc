@@ -199,7 +199,8 @@ ResultTable EvalEntries(DocExprNode *n, const EntrySource &src, int depth) {
     }
     case EXPR_ANDNOT: {
         ResultTable left = EvalEntries(n->node_left, src, depth + 1);
-        ResultTable right = n->node_right->node_op == EXPR_WORD && src.postingsOfTermAmong && !left.entries.empty()
+        if (left.entries.empty()) return left;  // nothing to take anything from
+        ResultTable right = n->node_right->node_op == EXPR_WORD && src.postingsOfTermAmong
                                 ? WordAmong(n->node_right, RowsOf(left), src)
                                 : EvalEntries(n->node_right, src, depth + 1);
         if (right.entries.empty()) return left;

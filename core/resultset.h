@@ -103,11 +103,11 @@ struct EntrySource {
 // it found (node_doccnt) and the sum of their counts (node_wordcnt); ALL
 // makes entries without hits.  OR and AND keep, for a row of both sides,
 // the left side's hits followed by the right side's; ANDNOT keeps the left
-// side's entries that the right side lacks, with their hits.  AND skips its
-// right side when the left is empty, and, given source.rows, when no row
-// of the left side holds the right side's word (the answer is then empty
-// and no count of the right side is needed).  Null tree: no rows.  Other node kinds
-// raise XD00B "OP%d".
+// side's entries that the right side lacks, with their hits.  AND and
+// ANDNOT skip their right side when the left is empty; AND also, given
+// source.rows, when no row of the left side holds the right side's word
+// (the answer is then empty and no count of the right side is needed).
+// Null tree: no rows.  Other node kinds raise XD00B "OP%d".
 ResultTable EvaluateEntries(DocExprNode *tree, const EntrySource &src);
 
 }  // namespace dt

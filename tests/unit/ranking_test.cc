@@ -251,6 +251,15 @@ TEST(ResultEntries, AndSkipsRightWhenLeftEmpty) {
     EXPECT_EQ(f.asked, (std::vector<std::string>{"zzz"}));
 }
 
+TEST(ResultEntries, AndNotSkipsRightWhenLeftEmpty) {
+    FakeIndex f;
+    f.terms["b"] = {{R(1), 1, 1}};
+    ExprArena ar;
+    ResultTable t = EvaluateEntries(Node(ar, EXPR_ANDNOT, Word(ar, "zzz"), Word(ar, "b")), f.Source());
+    EXPECT_TRUE(t.entries.empty());
+    EXPECT_EQ(f.asked, (std::vector<std::string>{"zzz"}));
+}
+
 TEST(ResultEntries, AllHasNoHitsAndOtherNodesRaise) {
     FakeIndex f;
     f.all = {{R(1), 4, 4}, {R(5), 2, 2}};
