@@ -97,7 +97,8 @@ void dtendscan(IndexScanDesc scan);
 void dtmarkpos(IndexScanDesc scan);
 // The distance for the ordering query of a row holding doc, among the rows
 // that the latest live dtree scan ordered by doc <=> query has handed out:
-// false when there is no such scan or row.  May raise (runs inside
-// ServerCall).
-bool DtRowDistance(const struct varlena *doc, const char *query, Size len, double *distance);
+// false when there is no such scan or row.  raw is the argument as the
+// executor passed it, before detoasting (it identifies the row just
+// fetched without fetching it again).  May raise (runs inside ServerCall).
+bool DtRowDistance(const struct varlena *doc, const void *raw, const char *query, Size len, double *distance);
 void dtrestrpos(IndexScanDesc scan);

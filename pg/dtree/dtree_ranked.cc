@@ -277,10 +277,11 @@ Datum pgdoc_dt_DocParams(PG_FUNCTION_ARGS) {
 // error anywhere else.
 Datum pgdoc_dt_RelevanceDistance(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
+        const void *raw = DatumGetPointer(dt::pg::DatumArg(fcinfo, 0));
         const struct varlena *doc = (const struct varlena *)dt::pg::DocArg(fcinfo, 0);
         std::string query = dt::pg::TextArg(fcinfo, 1);
         double d;
-        if (!ServerCall([&] { return DtRowDistance(doc, query.data(), query.size(), &d); }))
+        if (!ServerCall([&] { return DtRowDistance(doc, raw, query.data(), query.size(), &d); }))
             ServerCall([] {
                 ereport(ERROR,
                         (errcode(ERRCODE_FEATURE_NOT_SUPPORTED),

@@ -21,6 +21,8 @@
 #include "ranking.h"
 
 extern "C" {
+#include "access/heapam.h"
+#include "access/htup_details.h"
 #include "access/relscan.h"
 #include "access/tableam.h"
 #include "executor/tuptable.h"
@@ -312,7 +314,41 @@ static bool RowHoldsDocC(DtScanState *st, int64 pos, const struct varlena *doc) 
     return same;
 }
 
-bool DtRowDistance(const struct varlena *doc, const char *query, Size len, double *distance) {
+// Whether raw, the operator's argument as the executor passed it (not
+// detoasted), is the indexed column of the row the scan's executor fetched
+// last: it points into that row's tuple, on the heap page the fetch keeps
+// pinned (a pinned page's tuples do not move), at the place of the
+// indexed column.  A row held elsewhere (a merge join's marked copy) is
+// not, and is found by its bytes instead.
+// Runs inside ServerCall.
+static bool IsFetchedRowColumnC(DtScanState *st, const void *raw) {
+    IndexScanDesc scan = st->scan;
+    Relation heap = scan->heapRelation;
+    if (!heap || !raw || !scan->xs_heapfetch || heap->rd_tableam != GetHeapamTableAmRoutine()) return false;
+    AttrNumber attno = scan->indexRelation->rd_index->indkey.values[0];
+    if (attno <= 0) return false;
+    Buffer buf = ((IndexFetchHeapData *)scan->xs_heapfetch)->xs_cbuf;
+    ItemPointer tid = &scan->xs_heaptid;
+    if (!BufferIsValid(buf) || !ItemPointerIsValid(tid) || BufferGetBlockNumber(buf) != ItemPointerGetBlockNumber(tid))
+        return false;
+    Page page = BufferGetPage(buf);
+    OffsetNumber off = ItemPointerGetOffsetNumber(tid);
+    if (off < FirstOffsetNumber || off > PageGetMaxOffsetNumber(page)) return false;
+    ItemId lp = PageGetItemId(page, off);
+    if (!ItemIdIsNormal(lp)) return false;
+    HeapTupleData tuple;
+    tuple.t_data = (HeapTupleHeader)PageGetItem(page, lp);
+    tuple.t_len = ItemIdGetLength(lp);
+    tuple.t_tableOid = RelationGetRelid(heap);
+    tuple.t_self = *tid;
+    const char *start = (const char *)tuple.t_data;
+    if ((const char *)raw < start || (const char *)raw >= start + tuple.t_len) return false;
+    bool isnull;
+    Datum d = heap_getattr(&tuple, attno, RelationGetDescr(heap), &isnull);
+    return !isnull && DatumGetPointer(d) == (Pointer)raw;
+}
+
+bool DtRowDistance(const struct varlena *doc, const void *raw, const char *query, Size len, double *distance) {
     DtScanState *best = nullptr;
     int bestOrder = 0;
     for (DtScanState *st = g_orderedScans; st; st = st->next) {
@@ -327,6 +363,12 @@ bool DtRowDistance(const struct varlena *doc, const char *query, Size len, doubl
         }
     }
     if (!best) return false;
+    // Projecting the row just fetched: the common case, without a second
+    // fetch.
+    if (best->current >= 0 && IsFetchedRowColumnC(best, raw)) {
+        *distance = best->distances[best->current * best->norderbys + bestOrder];
+        return true;
+    }
     // The row is one the scan has handed out: most likely the current
     // one, else the marked one (a merge join compares the marked row
     // again), else any other.  Rows with equal documents have equal

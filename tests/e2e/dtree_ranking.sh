@@ -140,6 +140,12 @@ d=$(q -c "SELECT count(*) FROM (SELECT body <=> 'dog or cat' AS d, WeightContain
 same "0" "$d" "SELECT body <=> q next to ORDER BY body <=> q gives each row's 1 - weight"
 err=$(q -c "SELECT id, body <=> 'dog' FROM g" 2>&1)
 has "needs a dtree index scan" "$err" "the distance outside an index scan is a clear error"
+# Another document column of the rows the scan hands out is not the
+# indexed one: its distance is not the row's.
+err=$(q -c "CREATE TEMP TABLE two AS SELECT id, body, dt_FromText('zebra ' || id) AS other FROM g WHERE id < 2000" \
+        -c "CREATE INDEX ON two USING dtree (body)" -c "ANALYZE two" -c "SET enable_seqscan = off" \
+        -c "SELECT id, other <=> 'dog or cat' FROM two WHERE body @@ 'dog or cat' ORDER BY body <=> 'dog or cat' LIMIT 3" 2>&1)
+has "needs a dtree index scan" "$err" "the distance of another column of the scanned rows is an error, not the row's"
 
 # Scans of several conditions, of stop words only, of a negated stop word,
 # and rescans with new keys.
