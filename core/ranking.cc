@@ -47,13 +47,22 @@ int ExprCount(const DocExprNode *root) {
     return total;
 }
 
+namespace {
+// The features that do not depend on the document: X1, X2, X5 and X6
+// (x[0], x[1], x[4], x[5]).
+void TermQueryFeatures(double q, double n, double cf, double querywords, double totalTerms, double totalDocs,
+                       double x[6]) {
+    x[0] = std::log(q);
+    x[1] = std::log(q / querywords);
+    x[4] = std::log(totalDocs / n);
+    x[5] = std::log(cf / totalTerms);
+}
+}  // namespace
+
 void TermFeatures(const TermClues &c, double querywords, double totalTerms, double totalDocs, double x[6]) {
-    x[0] = std::log(c.q);
-    x[1] = std::log(c.q / querywords);
+    TermQueryFeatures(c.q, c.n, c.cf, querywords, totalTerms, totalDocs, x);
     x[2] = std::log(c.f);
     x[3] = std::log(c.f / c.L);
-    x[4] = std::log(totalDocs / c.n);
-    x[5] = std::log(c.cf / totalTerms);
 }
 
 double TermLogOdds(const double x[6], const double *p) {
@@ -82,10 +91,10 @@ double LogCount(uint32_t n) {
     return n < kLogTableSize ? table[n] : std::log((double)n);
 }
 
-// What a query leaf contributes to every document it matched.
+// The features a query leaf gives every document it matched.
 struct LeafFeatures {
     const DocExprNode *leaf;
-    double x1, x2, x5, x6;
+    double x[6];
 };
 }  // namespace
 
@@ -98,16 +107,15 @@ void GetDocWeights(ResultTable &table, const DocExprNode *root, int totalTerms, 
     double docs = (double)totalDocs;
     double querywords = (double)ExprCount(root);
     double logQ = std::log(querywords);
-    // The features of a term that do not depend on the document (the same
-    // logarithms TermFeatures takes), once per leaf.
+    // The features of a term that do not depend on the document, once per
+    // leaf.
     std::vector<LeafFeatures> leaves;
     auto featuresOf = [&](const DocExprNode *leaf) -> const LeafFeatures & {
         for (const LeafFeatures &f : leaves)
             if (f.leaf == leaf) return f;
-        double q = (double)leaf->node_querycnt;
-        leaves.push_back(LeafFeatures{leaf, std::log(q), std::log(q / querywords),
-                                      std::log(docs / (double)leaf->node_doccnt),
-                                      std::log((double)leaf->node_wordcnt / terms)});
+        leaves.push_back(LeafFeatures{leaf, {}});
+        TermQueryFeatures((double)leaf->node_querycnt, (double)leaf->node_doccnt, (double)leaf->node_wordcnt,
+                          querywords, terms, docs, leaves.back().x);
         return leaves.back();
     };
     size_t k = 0;
@@ -126,8 +134,8 @@ void GetDocWeights(ResultTable &table, const DocExprNode *root, int totalTerms, 
             if (++gotone == 0) ++gotone;
             const LeafFeatures &lf = featuresOf(hit.leaf);
             double f = (double)hit.count;
-            double x[6] = {lf.x1, lf.x2, hit.count > 0 ? LogCount((uint32_t)hit.count) : std::log(f), std::log(f / L),
-                           lf.x5, lf.x6};
+            double x[6] = {lf.x[0], lf.x[1], hit.count > 0 ? LogCount((uint32_t)hit.count) : std::log(f),
+                           std::log(f / L), lf.x[4], lf.x[5]};
             z = z + TermLogOdds(x, params);
         }
         e.weight = gotone == 0 ? kNoWordWeight : StageTwoFromLogs(z, LogCount(e.wordcnt), logQ, params);

@@ -117,8 +117,7 @@ struct PostArray {
 
 void PostReserve(PostArray *out, int64 more) {
     if (out->n + more <= out->cap) return;
-    out->cap = Max(out->n + more, out->cap * 2);
-    if (out->cap < 256) out->cap = 256;
+    out->cap = Max(Max(out->n + more, out->cap * 2), 256);
     Size bytes = out->cap * sizeof(dt::LeafPosting);
     out->p = out->p ? (dt::LeafPosting *)repalloc_huge(out->p, bytes)
                     : (dt::LeafPosting *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
@@ -270,6 +269,14 @@ struct KeyArray {
     bool sorted;
 };
 
+void KeyReserve(KeyArray *out, int64 more) {
+    if (out->n + more <= out->cap) return;
+    out->cap = Max(Max(out->n + more, out->cap * 2), 256);
+    Size bytes = out->cap * sizeof(uint64);
+    out->keys = out->keys ? (uint64 *)repalloc_huge(out->keys, bytes)
+                          : (uint64 *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
+}
+
 // Reads an iterator's rows as keys, each row once (C level: may raise).
 void CollectKeysC(DtPostingIter *it, KeyArray *out) {
     DtPosting p;
@@ -282,12 +289,7 @@ void CollectKeysC(DtPostingIter *it, KeyArray *out) {
             if (last == key) continue;  // repeats of a row are adjacent
             if (key < last) out->sorted = false;
         }
-        if (out->n == out->cap) {
-            out->cap = out->cap ? out->cap * 2 : 1024;
-            Size bytes = out->cap * sizeof(uint64);
-            out->keys = out->keys ? (uint64 *)repalloc_huge(out->keys, bytes)
-                                  : (uint64 *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
-        }
+        KeyReserve(out, 1);
         out->keys[out->n++] = key;
     }
     DtEndPostings(it);
@@ -325,12 +327,7 @@ void ProbeKeysC(DtPostingIter *it, const uint64 *cand, int64 nc, KeyArray *out) 
             have = true;
         }
         if (cur != cand[i]) continue;
-        if (out->n == out->cap) {
-            out->cap = out->cap ? out->cap * 2 : 256;
-            Size bytes = out->cap * sizeof(uint64);
-            out->keys = out->keys ? (uint64 *)repalloc_huge(out->keys, bytes)
-                                  : (uint64 *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
-        }
+        KeyReserve(out, 1);
         out->keys[out->n++] = cur;
     }
     DtEndPostings(it);

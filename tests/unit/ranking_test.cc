@@ -200,6 +200,27 @@ struct FakeIndex {
         };
         return s;
     }
+    // The rows of the terms, without what ranking needs (not recorded in
+    // asked).
+    RowSource Rows() {
+        RowSource r;
+        r.rowsWithTerm = [this](const std::string &t) {
+            RowSet rows;
+            for (const LeafPosting &p : terms[t])
+                if (rows.empty() || rows.back() != p.row) rows.push_back(p.row);
+            return rows;
+        };
+        r.allRows = [] { return RowSet(); };
+        r.rowsWithTermAmong = [this](const std::string &t, const RowSet &among) {
+            RowSet rows;
+            for (const LeafPosting &p : terms[t])
+                if ((rows.empty() || rows.back() != p.row) && std::binary_search(among.begin(), among.end(), p.row))
+                    rows.push_back(p.row);
+            return rows;
+        };
+        r.termCount = [this](const std::string &t) { return (int64_t)terms[t].size(); };
+        return r;
+    }
 };
 RowKey R(int i) { return MakeRowKey(0, (uint16_t)i); }
 }  // namespace
@@ -378,14 +399,7 @@ TEST(ResultEntries, AndOfTwoWordsWithNoCommonRowReadsNoList) {
     f.terms["a"] = {{R(1), 1, 5}, {R(3), 1, 5}};
     f.terms["b"] = {{R(2), 1, 5}, {R(4), 1, 5}};
     f.terms["c"] = {{R(3), 2, 5}};
-    RowSource rows;
-    rows.rowsWithTerm = [&](const std::string &t) {
-        RowSet r;
-        for (const LeafPosting &p : f.terms[t]) r.push_back(p.row);
-        return r;
-    };
-    rows.allRows = [] { return RowSet(); };
-    rows.rowsWithTermAmong = [&](const std::string &t, const RowSet &among) { return RowSetAnd(rows.rowsWithTerm(t), among); };
+    RowSource rows = f.Rows();
     EntrySource src = f.Source();
     src.rows = &rows;
     ExprArena ar;
@@ -430,18 +444,7 @@ TEST(ResultEntries, ReadingWordsOnlyAmongTheOtherSideGivesTheSameAnswer) {
                 if (rng() % 10 == 0) l.push_back({R(r), 1, (uint32_t)(10 + r)});  // a repeat of the row
             }
         }
-        RowSource rows;
-        rows.rowsWithTerm = [&](const std::string &t) {
-            RowSet r;
-            for (const LeafPosting &p : f.terms[t])
-                if (r.empty() || r.back() != p.row) r.push_back(p.row);
-            return r;
-        };
-        rows.allRows = [] { return RowSet(); };
-        rows.rowsWithTermAmong = [&](const std::string &t, const RowSet &among) {
-            return RowSetAnd(rows.rowsWithTerm(t), among);
-        };
-        rows.termCount = [&](const std::string &t) { return (int64_t)f.terms[t].size(); };
+        RowSource rows = f.Rows();
         EntrySource whole = f.Source();
         whole.rows = &rows;
         EntrySource among = whole;
