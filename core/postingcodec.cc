@@ -104,6 +104,34 @@ size_t DecodePostings(const unsigned char *in, size_t len, uint64_t base, Postin
     return size_t(p - in);
 }
 
+// The end of the varbyte at p, when it ends before end: its value is not
+// needed.
+static inline const unsigned char *PassVarbyte(const unsigned char *p, const unsigned char *end) noexcept {
+    while (p < end && (*p & 0x80)) p++;
+    return p < end ? p + 1 : nullptr;
+}
+
+size_t SkipPostingsBelow(const unsigned char *in, size_t len, uint64_t *prev, uint64_t want, size_t n,
+                         size_t *skipped) noexcept {
+    const unsigned char *p = in, *end = in + len;
+    uint64_t at = *prev;
+    size_t i = 0;
+    for (; i < n; i++) {
+        uint64_t d;
+        size_t k = ReadVarbyte(p, end, &d);
+        if (!k || d > (uint64_t(1) << 48) - 1 - at) return SIZE_MAX;
+        if (at + d >= want) break;
+        const unsigned char *q = PassVarbyte(p + k, end);  // the count
+        if (q) q = PassVarbyte(q, end);                     // the word count
+        if (!q) return SIZE_MAX;
+        p = q;
+        at += d;
+    }
+    *prev = at;
+    *skipped = i;
+    return size_t(p - in);
+}
+
 static bool PostingLess(const Posting &a, const Posting &b) {
     if (a.tid != b.tid) return a.tid < b.tid;
     if (a.count != b.count) return a.count < b.count;

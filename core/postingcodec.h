@@ -43,6 +43,13 @@ size_t EncodePostings(const Posting *p, size_t n, uint64_t base, unsigned char *
 // Decodes exactly n postings from in[0, len).  Returns the bytes consumed,
 // or SIZE_MAX when the bytes are malformed, run short, or go backwards.
 size_t DecodePostings(const unsigned char *in, size_t len, uint64_t base, Posting *out, size_t n) noexcept;
+// Passes over the postings of row below want, of at most n, in in[0, len)
+// that follow a posting of row *prev, without storing them: *prev becomes
+// the row of the last one passed and *skipped their number.  Returns the
+// bytes passed (the next posting starts there), or SIZE_MAX when the
+// bytes are malformed or run short.
+size_t SkipPostingsBelow(const unsigned char *in, size_t len, uint64_t *prev, uint64_t want, size_t n,
+                         size_t *skipped) noexcept;
 // Sorts postings by row, then count, then word count.
 void SortPostings(Posting *p, size_t n) noexcept;
 // Inserts p into a sorted array of n postings (room for n + 1); returns its

@@ -7,6 +7,7 @@
 #include "wordcharset.h"
 #include "wordnet.h"
 #include "interrupt.h"
+#include "searchsel.h"
 
 #include <sys/stat.h>
 
@@ -85,6 +86,8 @@ void _PG_init(void) {
     MarkGUCPrefixReserved("document");
     dt::pg::TempFileInit();
     dt::pg::StartWordCharset();
+    // The search estimates read each query once per planning.
+    dt::pg::InstallPlannerCount();
     // Backends killed without a chance to clean up leave their directories
     // of temporary files behind; whoever loads the library next removes them.
     dt::pg::SweepDeadBackendDirs();

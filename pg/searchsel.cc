@@ -19,6 +19,7 @@
 // by the column's non-null fraction (null documents match nothing).
 #include "searchsel.h"
 
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -36,6 +37,7 @@ extern "C" {
 #include "catalog/pg_statistic.h"
 #include "commands/defrem.h"
 #include "access/htup_details.h"
+#include "optimizer/planner.h"
 #include "parser/parsetree.h"
 #include "utils/selfuncs.h"
 }
@@ -101,12 +103,9 @@ SearchSide ExamineSearch(PlannerInfo *root, List *args, int varRelid) {
 }
 
 // The document frequency of each word over the index's documents.
-struct IndexFigures {
-    int64 numdocs = 0;
-    std::vector<int64> counts;
-};
-
-void ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words, IndexFigures &f) {
+dt::pg::PlannedQuery::Figures ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words) {
+    dt::pg::PlannedQuery::Figures f;
+    f.index = indexoid;
     f.counts.assign(words.size(), 0);
     int64 *counts = f.counts.data();
     int n = (int) words.size();
@@ -121,9 +120,74 @@ void ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words, Index
         index_close(index, AccessShareLock);
     });
     f.numdocs = numdocs;
+    return f;
+}
+
+// The queries read by the current planning.  The planner hook counts
+// plannings; a memo of an earlier count is dropped (its readings live on
+// in whoever still holds them).
+struct QueryMemo {
+    int strategy = 0;
+    std::string bytes;  // the query value's bytes as the planner holds it
+    std::shared_ptr<dt::pg::PlannedQuery> q;
+};
+
+uint64 planning = 0;
+uint64 memoPlanning = 0;
+std::vector<QueryMemo> memo;
+constexpr size_t kMemoQueries = 16;
+planner_hook_type previousPlanner = nullptr;
+
+PlannedStmt *CountingPlanner(Query *parse, const char *query_string, int cursorOptions, ParamListInfo boundParams) {
+    planning++;
+    if (previousPlanner) return previousPlanner(parse, query_string, cursorOptions, boundParams);
+    return standard_planner(parse, query_string, cursorOptions, boundParams);
+}
+
+// The bytes of a query value (a varlena, as the planner's constant holds
+// it: not detoasted).
+std::string ValueBytes(Datum value) {
+    const char *p = (const char *) DatumGetPointer(value);
+    return std::string(p, VARSIZE_ANY(p));
 }
 
 }  // namespace
+
+void dt::pg::InstallPlannerCount() {
+    previousPlanner = planner_hook;
+    planner_hook = CountingPlanner;
+}
+
+std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum value) {
+    if (memoPlanning != planning) {
+        memo.clear();
+        memoPlanning = planning;
+    }
+    std::string bytes = ValueBytes(value);
+    for (QueryMemo &e : memo)
+        if (e.strategy == strategy && e.bytes == bytes) return e.q;
+    auto q = std::make_shared<PlannedQuery>();
+    q->parsed = PlannerSearchTree(q->arena, strategy, value, &q->tree);
+    if (q->tree)
+        dt::ForEachLeaf(q->tree, [&](const dt::DocExprNode &n) {
+            if (n.node_op == dt::EXPR_WORD) q->words.push_back(n.node_word);
+        });
+    // (Parsing may have planned other statements: the memo is checked again.)
+    if (memoPlanning != planning) {
+        memo.clear();
+        memoPlanning = planning;
+    }
+    if (memo.size() >= kMemoQueries) memo.erase(memo.begin());
+    memo.push_back(QueryMemo{strategy, std::move(bytes), q});
+    return q;
+}
+
+dt::pg::PlannedQuery::Figures dt::pg::PlannedFigures(PlannedQuery &q, Oid indexoid) {
+    for (const PlannedQuery::Figures &f : q.figures)
+        if (f.index == indexoid) return f;
+    q.figures.push_back(ReadIndexFigures(indexoid, q.words));
+    return q.figures.back();
+}
 
 bool dt::pg::PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocExprNode **tree) {
     *tree = nullptr;
@@ -150,10 +214,9 @@ bool dt::pg::SearchSkipsDocument(List *args, int strategy) {
     Node *arg = (Node *) lsecond(args);
     if (!IsA(arg, Const)) return false;
     if (((Const *) arg)->constisnull) return true;
-    dt::ExprArena arena;
-    dt::DocExprNode *tree = nullptr;
-    if (!PlannerSearchTree(arena, strategy, ((Const *) arg)->constvalue, &tree)) return false;
-    return tree == nullptr || tree->node_op == dt::EXPR_ALL || tree->node_op == dt::EXPR_NONE;
+    std::shared_ptr<PlannedQuery> q = PlanQuery(strategy, ((Const *) arg)->constvalue);
+    if (!q->parsed) return false;
+    return q->tree == nullptr || q->tree->node_op == dt::EXPR_ALL || q->tree->node_op == dt::EXPR_NONE;
 }
 
 double dt::pg::SearchSelectivity(PlannerInfo *root, List *args, int varRelid, int strategy) {
@@ -162,19 +225,15 @@ double dt::pg::SearchSelectivity(PlannerInfo *root, List *args, int varRelid, in
     if (s.isConst && s.constNull) return 0.0;
     double model = DtModelSelectivity(s.haveFigure, s.avgTerms, s.columnOnLeft);
     double nonnull = 1.0 - s.nullfrac;
-    dt::ExprArena arena;
-    dt::DocExprNode *tree = nullptr;
-    if (!s.isConst || !s.columnOnLeft || !PlannerSearchTree(arena, strategy, s.value, &tree)) return model * nonnull;
+    if (!s.isConst || !s.columnOnLeft) return model * nonnull;
+    std::shared_ptr<PlannedQuery> q = PlanQuery(strategy, s.value);
+    if (!q->parsed) return model * nonnull;
+    const dt::DocExprNode *tree = q->tree;
     if (!OidIsValid(s.index)) return dt::TreeFraction(tree, [&](const dt::DocExprNode &) { return model; }) * nonnull;
-    std::vector<std::string> words;
-    dt::ForEachLeaf(tree, [&](const dt::DocExprNode &n) {
-        if (n.node_op == dt::EXPR_WORD) words.push_back(n.node_word);
-    });
-    IndexFigures f;
-    ReadIndexFigures(s.index, words, f);
+    PlannedQuery::Figures f = PlannedFigures(*q, s.index);
     std::unordered_map<std::string, double> fraction;
-    for (size_t i = 0; i < words.size(); i++)
-        fraction[words[i]] = f.numdocs > 0 ? (double) f.counts[i] / (double) f.numdocs : 0.0;
+    for (size_t i = 0; i < q->words.size(); i++)
+        fraction[q->words[i]] = f.numdocs > 0 ? (double) f.counts[i] / (double) f.numdocs : 0.0;
     double sel = dt::TreeFraction(tree, [&](const dt::DocExprNode &n) { return fraction[n.node_word]; });
     return sel * nonnull;
 }

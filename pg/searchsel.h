@@ -5,6 +5,10 @@
 #include "boundary.h"
 #include "exprtree.h"
 
+#include <memory>
+#include <string>
+#include <vector>
+
 extern "C" {
 #include "nodes/pathnodes.h"
 }
@@ -17,6 +21,38 @@ namespace dt::pg {
 // while planning) and for a document in a server file (read when the
 // search runs).  *tree null: the search matches nothing.
 bool PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocExprNode **tree);
+
+// A constant query as one planning reads it.  The estimates of a search
+// (its selectivity, then each index path's cost) ask about the same query
+// several times; the planning parses it once and reads its words' figures
+// once per dtree index.
+struct PlannedQuery {
+    bool parsed = false;             // PlannerSearchTree's result
+    dt::DocExprNode *tree = nullptr;
+    std::vector<std::string> words;  // the word leaves, in tree order
+
+    // The document frequency (postings) of each word in one dtree index,
+    // and the index's number of documents.
+    struct Figures {
+        Oid index = InvalidOid;
+        int64 numdocs = 0;
+        std::vector<int64> counts;
+    };
+    std::vector<Figures> figures;  // read so far
+    dt::ExprArena arena;
+};
+
+// The current planning's reading of the query value of a search of
+// strategy 1 to 3.  The caller keeps it as long as it needs it; a later
+// planning reads the query afresh.
+std::shared_ptr<PlannedQuery> PlanQuery(int strategy, Datum value);
+
+// The words' figures in the dtree index indexoid, read once per reading.
+PlannedQuery::Figures PlannedFigures(PlannedQuery &q, Oid indexoid);
+
+// Counts plannings (a planner hook), so that each starts without the
+// readings of the one before.
+void InstallPlannerCount();
 
 // Whether a search's args (the document, then a constant query) can be
 // answered without reading the document: the query matches every

@@ -129,33 +129,22 @@ void ConditionWork(PlannerInfo *root, IndexOptInfo *index, RestrictInfo *rinfo, 
     });
     double numdocs = std::max<int32>(meta.numdocs, 0);
     if (isConst && isNull) return;  // nothing to read
-    dt::ExprArena arena;
-    dt::DocExprNode *tree = nullptr;
-    if (!isConst || strategy < 1 || strategy > 3 || !dt::pg::PlannerSearchTree(arena, strategy, value, &tree)) {
+    std::shared_ptr<dt::pg::PlannedQuery> q;
+    if (isConst && strategy >= 1 && strategy <= 3) q = dt::pg::PlanQuery(strategy, value);
+    if (!q || !q->parsed) {
         // Unknown query: as many postings as the rows it is expected to
         // find, from one lookup.
         w.postings += clauseSel * numdocs;
         w.leaves += 1;
         return;
     }
-    std::vector<std::string> words;
-    dt::ForEachLeaf(tree, [&](const dt::DocExprNode &n) {
+    dt::ForEachLeaf(q->tree, [&](const dt::DocExprNode &n) {
         w.leaves += 1;
-        if (n.node_op == dt::EXPR_WORD) words.push_back(n.node_word);
-        else if (n.node_op == dt::EXPR_ALL || n.node_op == dt::EXPR_STOPWORD) w.postings += numdocs;
+        if (n.node_op == dt::EXPR_ALL || n.node_op == dt::EXPR_STOPWORD) w.postings += numdocs;
     });
-    if (words.empty()) return;
-    int n = (int) words.size();
-    const std::string *wp = words.data();
-    Oid indexoid = index->indexoid;
-    double sum = ServerCall([&] {
-        double s = 0;
-        Relation rel = index_open(indexoid, AccessShareLock);
-        for (int i = 0; i < n; i++) s += (double) DtTermPostingCount(rel, wp[i].data(), (int) wp[i].size());
-        index_close(rel, AccessShareLock);
-        return s;
-    });
-    w.postings += sum;
+    if (q->words.empty()) return;
+    dt::pg::PlannedQuery::Figures f = dt::pg::PlannedFigures(*q, index->indexoid);
+    for (int64 c : f.counts) w.postings += (double) c;
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
+#include <unordered_map>
 
 #include "ranking.h"
 #include "scantree.h"
@@ -239,12 +241,50 @@ dt::LeafPostings TakePostings(PostArray &pa) {
     return out;
 }
 
+// The entries of the terms that one evaluation reads, each looked up once
+// however many times the evaluation reads its list or its count.
+class EntryCache {
+public:
+    explicit EntryCache(Relation index) : index_(index) {}
+    ~EntryCache() {
+        // At an error the transaction's abort frees the memory.
+        if (dt::pg::ServerErrorPending()) return;
+        for (auto &kv : map_) {
+            DtTermEntry *e = kv.second;
+            try {
+                ServerCall([&] { DtFreeTermEntry(e); });
+            } catch (...) {
+            }
+        }
+    }
+    EntryCache(const EntryCache &) = delete;
+    EntryCache &operator=(const EntryCache &) = delete;
+
+    const DtTermEntry *Get(const std::string &term) {
+        auto it = map_.find(term);
+        if (it != map_.end()) return it->second;
+        DtTermEntry *e = ServerCall([&] { return DtLookupTerm(index_, term.data(), (int)term.size()); });
+        try {
+            map_.emplace(term, e);
+        } catch (...) {
+            ServerCall([&] { DtFreeTermEntry(e); });
+            throw;
+        }
+        return e;
+    }
+
+private:
+    Relation index_;
+    std::unordered_map<std::string, DtTermEntry *> map_;
+};
+
 // The postings of a term (all documents for a null term).
-dt::LeafPostings Postings(Relation index, const std::string *term, VisCheck *vis) {
+dt::LeafPostings Postings(Relation index, EntryCache *cache, const std::string *term, VisCheck *vis) {
     PostArray pa{nullptr, 0, 0};
+    const DtTermEntry *e = term ? cache->Get(*term) : nullptr;
     ServerCall([&] {
         if (term)
-            CollectC(DtBeginTermPostings(index, term->data(), (int)term->size()), vis, &pa);
+            CollectC(DtBeginEntryPostings(index, e), vis, &pa);
         else
             CollectDocsC(DtBeginAllDocs(index), vis, &pa);
     });
@@ -252,14 +292,13 @@ dt::LeafPostings Postings(Relation index, const std::string *term, VisCheck *vis
 }
 
 // The postings of a term for the rows among, with the term's counts.
-dt::LeafPostings PostingsAmong(Relation index, const std::string &term, const dt::RowSet &among, VisCheck *vis,
-                               int64 *doccnt, int64 *wordcnt) {
+dt::LeafPostings PostingsAmong(Relation index, EntryCache *cache, const std::string &term, const dt::RowSet &among,
+                               VisCheck *vis, int64 *doccnt, int64 *wordcnt) {
     PostArray pa{nullptr, 0, 0};
     const uint64 *a = among.data();
     int64 na = (int64)among.size();
-    ServerCall([&] {
-        CollectAmongC(DtBeginTermPostings(index, term.data(), (int)term.size()), vis, a, na, &pa, doccnt, wordcnt);
-    });
+    const DtTermEntry *e = cache->Get(term);
+    ServerCall([&] { CollectAmongC(DtBeginEntryPostings(index, e), vis, a, na, &pa, doccnt, wordcnt); });
     return TakePostings(pa);
 }
 
@@ -297,11 +336,10 @@ void CollectKeysC(DtPostingIter *it, KeyArray *out) {
 
 // The rows of a term (all documents for a null term), without weights or
 // visibility: what a bitmap needs.
-dt::RowSet Rows(Relation index, const std::string *term) {
+dt::RowSet Rows(Relation index, EntryCache *cache, const std::string *term) {
     KeyArray ka{nullptr, 0, 0, true};
-    ServerCall([&] {
-        CollectKeysC(term ? DtBeginTermPostings(index, term->data(), (int)term->size()) : DtBeginAllDocs(index), &ka);
-    });
+    const DtTermEntry *e = term ? cache->Get(*term) : nullptr;
+    ServerCall([&] { CollectKeysC(term ? DtBeginEntryPostings(index, e) : DtBeginAllDocs(index), &ka); });
     dt::RowSet out(ka.keys, ka.keys + ka.n);
     if (ka.keys) ServerCall([&] { pfree(ka.keys); });
     if (!ka.sorted) {
@@ -333,19 +371,18 @@ void ProbeKeysC(DtPostingIter *it, const uint64 *cand, int64 nc, KeyArray *out) 
     DtEndPostings(it);
 }
 
-dt::RowSet RowsAmong(Relation index, const std::string &term, const dt::RowSet &among) {
+dt::RowSet RowsAmong(Relation index, EntryCache *cache, const std::string &term, const dt::RowSet &among) {
     KeyArray ka{nullptr, 0, 0, true};
     const uint64 *cand = among.data();
     int64 nc = (int64)among.size();
-    ServerCall([&] { ProbeKeysC(DtBeginTermPostings(index, term.data(), (int)term.size()), cand, nc, &ka); });
+    const DtTermEntry *e = cache->Get(term);
+    ServerCall([&] { ProbeKeysC(DtBeginEntryPostings(index, e), cand, nc, &ka); });
     dt::RowSet out(ka.keys, ka.keys + ka.n);
     if (ka.keys) ServerCall([&] { pfree(ka.keys); });
     return out;
 }
 
-int64 TermCount(Relation index, const std::string &term) {
-    return ServerCall([&] { return DtTermPostingCount(index, term.data(), (int)term.size()); });
-}
+int64 TermCount(EntryCache *cache, const std::string &term) { return DtTermEntryCount(cache->Get(term)); }
 
 // Opens the visibility check and closes it whatever happens.
 class Visibility {
@@ -382,25 +419,25 @@ void Weigh(Relation index, dt::ResultTable &table, const dt::DocExprNode *tree, 
 }
 
 // The rows of the index without weights or visibility.
-dt::RowSource RowSourceOf(Relation index) {
+dt::RowSource RowSourceOf(Relation index, EntryCache *cache) {
     dt::RowSource src;
-    src.rowsWithTerm = [index](const std::string &term) { return Rows(index, &term); };
-    src.allRows = [index] { return Rows(index, nullptr); };
-    src.rowsWithTermAmong = [index](const std::string &term, const dt::RowSet &among) {
-        return RowsAmong(index, term, among);
+    src.rowsWithTerm = [index, cache](const std::string &term) { return Rows(index, cache, &term); };
+    src.allRows = [index, cache] { return Rows(index, cache, nullptr); };
+    src.rowsWithTermAmong = [index, cache](const std::string &term, const dt::RowSet &among) {
+        return RowsAmong(index, cache, term, among);
     };
-    src.termCount = [index](const std::string &term) { return TermCount(index, term); };
+    src.termCount = [cache](const std::string &term) { return TermCount(cache, term); };
     return src;
 }
 
-dt::EntrySource SourceOf(Relation index, VisCheck *vis) {
+dt::EntrySource SourceOf(Relation index, EntryCache *cache, VisCheck *vis) {
     dt::EntrySource src;
-    src.postingsOfTerm = [index, vis](const std::string &term) { return Postings(index, &term, vis); };
-    src.allDocs = [index, vis] { return Postings(index, nullptr, vis); };
-    src.postingsOfTermAmong = [index, vis](const std::string &term, const dt::RowSet &among, int64_t *doccnt,
-                                           int64_t *wordcnt) {
+    src.postingsOfTerm = [index, cache, vis](const std::string &term) { return Postings(index, cache, &term, vis); };
+    src.allDocs = [index, cache, vis] { return Postings(index, cache, nullptr, vis); };
+    src.postingsOfTermAmong = [index, cache, vis](const std::string &term, const dt::RowSet &among, int64_t *doccnt,
+                                                  int64_t *wordcnt) {
         int64 dc = 0, wc = 0;
-        dt::LeafPostings out = PostingsAmong(index, term, among, vis, &dc, &wc);
+        dt::LeafPostings out = PostingsAmong(index, cache, term, among, vis, &dc, &wc);
         *doccnt = dc;
         *wordcnt = wc;
         return out;
@@ -422,7 +459,8 @@ ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<Sc
         return out;
     }
     if (!ranked && ans.cuts.tupcnt <= 0 && ans.cuts.percent <= 0.0f) {
-        out.rows = dt::EvaluateRows(ans.tree, RowSourceOf(index));
+        EntryCache cache(index);
+        out.rows = dt::EvaluateRows(ans.tree, RowSourceOf(index, &cache));
         return out;
     }
     EvaluateTree(index, snapshot, &ans);
@@ -450,9 +488,10 @@ void EvaluateAnswer(Relation index, Snapshot snapshot, const std::vector<ScanCon
 }
 
 void EvaluateTree(Relation index, Snapshot snapshot, Answer *out) {
+    EntryCache cache(index);
     Visibility vis(index, snapshot);
-    dt::RowSource rows = RowSourceOf(index);
-    dt::EntrySource src = SourceOf(index, vis.get());
+    dt::RowSource rows = RowSourceOf(index, &cache);
+    dt::EntrySource src = SourceOf(index, &cache, vis.get());
     src.rows = &rows;
     out->table = dt::EvaluateEntries(out->tree, src);
     Weigh(index, out->table, out->tree, &out->totalTerms, &out->totalDocs);
@@ -488,8 +527,9 @@ void QueryWeights(Relation index, Snapshot snapshot, Datum query, std::vector<dt
     rows->clear();
     weights->clear();
     if (!tree) return;
+    EntryCache cache(index);
     Visibility vis(index, snapshot);
-    dt::ResultTable table = dt::EvaluateEntries(tree, SourceOf(index, vis.get()));
+    dt::ResultTable table = dt::EvaluateEntries(tree, SourceOf(index, &cache, vis.get()));
     Weigh(index, table, tree);
     rows->reserve(table.entries.size());
     weights->reserve(table.entries.size());

@@ -13,19 +13,31 @@ extern "C" {
 #include "utils/memutils.h"
 }
 
+// An iterator holds one piece of its list at a time (a posting page, or
+// the entry's inline list) as coded bytes, and decodes it as it goes, a
+// few postings at a time, so that a skip decodes only up to its target.
+// A reader by pieces decodes a whole piece at once.
 struct DtPostingIter {
     Relation index;
-    dt::Posting *postings;  // the current page's postings
-    uint32 n, pos, cap;
+    unsigned char *coded;   // the current piece's bytes (BLCKSZ)
+    uint32 nbytes;          // how many
+    uint32 n;               // postings in the piece
+    uint32 done;            // postings decoded (or passed) so far
+    uint32 at;              // bytes decoded so far
+    uint64 prev;            // row of the last posting decoded or passed
+    uint64 lasttid;         // the piece's last row, when known (haveLast)
+    bool haveLast;
+    dt::Posting *postings;  // decoded postings: [pos, nwin) still to hand out
+    uint32 nwin, pos, cap;
     BlockNumber next;       // next posting page, or InvalidBlockNumber
+    BlockNumber page;       // the current page (InvalidBlockNumber: inline)
     int64 total;
     bool alldocs;           // skip documents without terms
     bool inlinePending;     // chunks: the entry's inline list is still to come
-    bool coded;             // scratch holds the current page, not yet decoded
-    BlockNumber page;       // the current page
-    uint32 nbytes;          // its coded bytes in scratch
-    unsigned char scratch[BLCKSZ];
 };
+
+// Postings decoded at a time by DtNextPosting and DtSkipTo.
+#define DT_DECODE_BATCH 128
 
 BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int keylen, BlockNumber *path, int *depth) {
     BlockNumber blk = root;
@@ -60,24 +72,23 @@ BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int key
 
 BlockNumber DtRoot(Relation index) { return DtRootNotHeld(index, NULL, 0); }
 
-BlockNumber DtRootNotHeld(Relation index, const Buffer *held, int nheld) {
-    bool cached = index->rd_amcache != NULL;
-    for (int i = 0; cached && i < nheld; i++)
-        if (BufferGetBlockNumber(held[i]) == *(BlockNumber *) index->rd_amcache) cached = false;
-    if (cached) {
-        // Still the root if it has no right sibling: a root gets one when
-        // it splits under a new root, and keeps it (the rightmost child of
-        // a parent never leaves the tree).
-        BlockNumber blk = *(BlockNumber *) index->rd_amcache;
-        Buffer buf = ReadBuffer(index, blk);
-        LockBuffer(buf, BUFFER_LOCK_SHARE);
-        Page page = BufferGetPage(buf);
-        bool ok = !PageIsNew(page) && PageGetSpecialSize(page) == MAXALIGN(sizeof(DtPageOpaque)) &&
-                  DtPageGetOpaque(page)->page_id == DTREE_PAGE_ID && DtPageIsTree(page) &&
-                  (DtPageGetOpaque(page)->flags & DT_RIGHTMOST);
-        UnlockReleaseBuffer(buf);
-        if (ok) return blk;
-    }
+// The root block remembered in the relation cache, or InvalidBlockNumber.
+static BlockNumber DtCachedRoot(Relation index) {
+    return index->rd_amcache ? *(BlockNumber *) index->rd_amcache : InvalidBlockNumber;
+}
+
+// Whether page, found at the remembered root block, still is the root: a
+// tree page without a right sibling.  A root gets one when it splits under
+// a new root, and keeps it (the rightmost child of a parent never leaves
+// the tree).
+static bool DtStillRoot(Page page) {
+    return !PageIsNew(page) && PageGetSpecialSize(page) == MAXALIGN(sizeof(DtPageOpaque)) &&
+           DtPageGetOpaque(page)->page_id == DTREE_PAGE_ID && DtPageIsTree(page) &&
+           (DtPageGetOpaque(page)->flags & DT_RIGHTMOST);
+}
+
+// The root as the meta page names it, remembered for the next lookups.
+static BlockNumber DtRootFromMeta(Relation index) {
     DtMetaExtra x;
     DtReadMetaPage(index, NULL, &x);
     if (x.root != InvalidBlockNumber) {
@@ -87,34 +98,73 @@ BlockNumber DtRootNotHeld(Relation index, const Buffer *held, int nheld) {
     return x.root;
 }
 
-BlockNumber DtLeftmostLeaf(Relation index) { return DtDescend(index, DtRoot(index), "", 0, NULL, NULL); }
+BlockNumber DtRootNotHeld(Relation index, const Buffer *held, int nheld) {
+    BlockNumber blk = DtCachedRoot(index);
+    for (int i = 0; blk != InvalidBlockNumber && i < nheld; i++)
+        if (BufferGetBlockNumber(held[i]) == blk) blk = InvalidBlockNumber;
+    if (blk != InvalidBlockNumber) {
+        Buffer buf = ReadBuffer(index, blk);
+        LockBuffer(buf, BUFFER_LOCK_SHARE);
+        bool ok = DtStillRoot(BufferGetPage(buf));
+        UnlockReleaseBuffer(buf);
+        if (ok) return blk;
+    }
+    return DtRootFromMeta(index);
+}
 
-DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len) {
-    BlockNumber blk = DtDescend(index, DtRoot(index), key, keylen, NULL, NULL);
+// The leaf where key belongs, share-locked and pinned, or InvalidBuffer for
+// an empty tree.  The remembered root is checked on the same read that
+// starts the descent; the leaf is handed over still locked, past any split
+// or VACUUM that moved key to a right sibling.
+static Buffer DtLockLeaf(Relation index, const char *key, int keylen) {
+    BlockNumber blk = DtCachedRoot(index);
+    bool checkRoot = blk != InvalidBlockNumber;
+    if (!checkRoot) blk = DtRootFromMeta(index);
+    int d = 0;
     while (blk != InvalidBlockNumber) {
         Buffer buf = ReadBuffer(index, blk);
         LockBuffer(buf, BUFFER_LOCK_SHARE);
         Page page = BufferGetPage(buf);
-        DtCheckPage(index, page, blk, DT_LEAF | DT_DELETED);
-        if ((DtPageGetOpaque(page)->flags & DT_DELETED) || DtBeyondHighKey(page, key, keylen)) {
-            // The leaf split (or, empty, left the tree) after the descent
-            // left it.
-            blk = DtPageGetOpaque(page)->rightlink;
-            UnlockReleaseBuffer(buf);
-            continue;
+        if (checkRoot) {
+            checkRoot = false;
+            if (!DtStillRoot(page)) {
+                UnlockReleaseBuffer(buf);
+                blk = DtRootFromMeta(index);
+                continue;
+            }
         }
-        OffsetNumber off = DtFindEntry(page, key, keylen, NULL);
-        DtItemHeader *copy = NULL;
-        if (off != InvalidOffsetNumber) {
-            ItemId iid = PageGetItemId(page, off);
-            copy = (DtItemHeader *) palloc(ItemIdGetLength(iid));
-            memcpy(copy, PageGetItem(page, iid), ItemIdGetLength(iid));
-            if (len) *len = ItemIdGetLength(iid);
+        DtCheckPage(index, page, blk, DT_LEAF | DT_INTERNAL | DT_DELETED);
+        BlockNumber next;
+        if ((DtPageGetOpaque(page)->flags & DT_DELETED) || DtBeyondHighKey(page, key, keylen)) {
+            next = DtPageGetOpaque(page)->rightlink;
+        } else if (DtPageGetOpaque(page)->flags & DT_INTERNAL) {
+            if (++d >= DT_MAX_HEIGHT) elog(ERROR, "dtree: tree too high");
+            next = DtFindChild(page, key, keylen, NULL);
+        } else {
+            return buf;
         }
         UnlockReleaseBuffer(buf);
-        return copy;
+        blk = next;
     }
-    return NULL;
+    return InvalidBuffer;
+}
+
+BlockNumber DtLeftmostLeaf(Relation index) { return DtDescend(index, DtRoot(index), "", 0, NULL, NULL); }
+
+DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len) {
+    Buffer buf = DtLockLeaf(index, key, keylen);
+    if (buf == InvalidBuffer) return NULL;
+    Page page = BufferGetPage(buf);
+    OffsetNumber off = DtFindEntry(page, key, keylen, NULL);
+    DtItemHeader *copy = NULL;
+    if (off != InvalidOffsetNumber) {
+        ItemId iid = PageGetItemId(page, off);
+        copy = (DtItemHeader *) palloc(ItemIdGetLength(iid));
+        memcpy(copy, PageGetItem(page, iid), ItemIdGetLength(iid));
+        if (len) *len = ItemIdGetLength(iid);
+    }
+    UnlockReleaseBuffer(buf);
+    return copy;
 }
 
 static void DtIterReserve(DtPostingIter *it, uint32 n) {
@@ -131,6 +181,17 @@ static void DtCorruptList(Relation index, BlockNumber blk) {
                            RelationGetRelationName(index), blk)));
 }
 
+// Makes the first nbytes of it->coded, n postings, the current piece.
+static void DtIterSetPiece(DtPostingIter *it, uint32 nbytes, uint32 n, BlockNumber page) {
+    it->nbytes = nbytes;
+    it->n = n;
+    it->done = it->at = 0;
+    it->prev = 0;
+    it->haveLast = false;
+    it->nwin = it->pos = 0;
+    it->page = page;
+}
+
 // Copies the next posting page into the iterator, undecoded; its header
 // goes to *h (zero for a deleted page).
 static void DtIterReadPage(DtPostingIter *it, DtPostingPageHeader *h) {
@@ -144,40 +205,61 @@ static void DtIterReadPage(DtPostingIter *it, DtPostingPageHeader *h) {
     memset(h, 0, sizeof(*h));
     if (!(op->flags & DT_DELETED)) {
         *h = *DtPageGetPostingHeader(page);
-        if (h->nbytes <= DT_POSTING_CAPACITY) memcpy(it->scratch, DtPostingPageData(page), h->nbytes);
+        if (h->nbytes <= DT_POSTING_CAPACITY) memcpy(it->coded, DtPostingPageData(page), h->nbytes);
     }
     UnlockReleaseBuffer(buf);
     if (h->nbytes > DT_POSTING_CAPACITY) DtCorruptList(it->index, blk);
-    it->page = blk;
-    it->nbytes = h->nbytes;
-    it->n = h->npostings;
+    DtIterSetPiece(it, h->nbytes, h->npostings, blk);
+    it->lasttid = h->lasttid;
+    it->haveLast = h->npostings > 0;
+}
+
+// Decodes up to max more postings of the current piece into the window.
+static void DtIterDecodeNext(DtPostingIter *it, uint32 max) {
+    uint32 k = Min(max, it->n - it->done);
+    DtIterReserve(it, k);
+    size_t used = k ? dt::DecodePostings(it->coded + it->at, it->nbytes - it->at, it->prev, it->postings, k) : 0;
+    if (used == SIZE_MAX) DtCorruptList(it->index, it->page);
+    it->at += (uint32) used;
+    it->done += k;
+    if (k) it->prev = it->postings[k - 1].tid;
+    it->nwin = k;
     it->pos = 0;
-    it->coded = true;
 }
 
-// Decodes the page read last.
-static void DtIterDecode(DtPostingIter *it) {
-    if (!it->coded) return;
-    DtIterReserve(it, it->n);
-    if (it->n && dt::DecodePostings(it->scratch, it->nbytes, 0, it->postings, it->n) == SIZE_MAX)
-        DtCorruptList(it->index, it->page);
-    it->coded = false;
+// Passes the postings of the current piece below want that are not
+// decoded yet, without decoding them.
+static void DtIterPassBelow(DtPostingIter *it, uint64 want) {
+    if (it->haveLast && it->lasttid < want) {
+        it->done = it->n;  // the whole piece is below want
+        return;
+    }
+    size_t skipped = 0;
+    size_t used =
+        dt::SkipPostingsBelow(it->coded + it->at, it->nbytes - it->at, &it->prev, want, it->n - it->done, &skipped);
+    if (used == SIZE_MAX) DtCorruptList(it->index, it->page);
+    it->at += (uint32) used;
+    it->done += (uint32) skipped;
 }
 
-// Reads the next posting page into the iterator.
-static void DtIterLoadPage(DtPostingIter *it) {
-    DtPostingPageHeader h;
-    DtIterReadPage(it, &h);
-    DtIterDecode(it);
+// Decodes the rest of the current piece: the window then holds all of it.
+static void DtIterDecodeAll(DtPostingIter *it) {
+    if (it->done == 0 && it->n > 0) DtIterDecodeNext(it, it->n);
 }
 
-static DtPostingIter *DtBeginKey(Relation index, const char *key, int keylen, bool alldocs) {
+struct DtTermEntry {
+    DtItemHeader *item;  // a copy of the leaf entry; NULL: not in the index
+    Size len;
+};
+
+// An iterator over the list of a leaf entry (copied; NULL: no postings).
+static DtPostingIter *DtBeginItem(Relation index, const DtItemHeader *e, Size len, bool alldocs) {
     DtPostingIter *it = (DtPostingIter *) palloc0(sizeof(DtPostingIter));
     it->index = index;
     it->next = InvalidBlockNumber;
+    it->page = InvalidBlockNumber;
     it->alldocs = alldocs;
-    Size len = 0;
-    DtItemHeader *e = DtLookupEntry(index, key, keylen, &len);
+    it->coded = (unsigned char *) palloc(BLCKSZ);
     if (!e) return it;
     it->total = e->value;
     if (e->kind == dt::dtree::kChainEntry) {
@@ -185,15 +267,39 @@ static DtPostingIter *DtBeginKey(Relation index, const char *key, int keylen, bo
         memcpy(&ref, DtItemPayload(e), sizeof(ref));
         it->next = ref.head;
     } else {
-        DtIterReserve(it, e->value);
         size_t room = len - sizeof(DtItemHeader) - e->keylen;
-        if (e->value && dt::DecodePostings(DtItemPayload(e), room, 0, it->postings, e->value) == SIZE_MAX)
-            DtCorruptList(index, InvalidBlockNumber);
-        it->n = e->value;
+        if (room > BLCKSZ) DtCorruptList(index, InvalidBlockNumber);
+        memcpy(it->coded, DtItemPayload(e), room);
+        DtIterSetPiece(it, (uint32) room, e->value, InvalidBlockNumber);
         it->inlinePending = it->n > 0;
     }
-    pfree(e);
     return it;
+}
+
+static DtPostingIter *DtBeginKey(Relation index, const char *key, int keylen, bool alldocs) {
+    Size len = 0;
+    DtItemHeader *e = DtLookupEntry(index, key, keylen, &len);
+    DtPostingIter *it = DtBeginItem(index, e, len, alldocs);
+    if (e) pfree(e);
+    return it;
+}
+
+DtTermEntry *DtLookupTerm(Relation index, const char *term, int termlen) {
+    DtTermEntry *t = (DtTermEntry *) palloc0(sizeof(DtTermEntry));
+    // The empty term names the document list, not a term.
+    if (termlen > 0) t->item = DtLookupEntry(index, term, termlen, &t->len);
+    return t;
+}
+
+int64 DtTermEntryCount(const DtTermEntry *t) { return t->item ? t->item->value : 0; }
+
+DtPostingIter *DtBeginEntryPostings(Relation index, const DtTermEntry *t) {
+    return DtBeginItem(index, t->item, t->len, false);
+}
+
+void DtFreeTermEntry(DtTermEntry *t) {
+    if (t->item) pfree(t->item);
+    pfree(t);
 }
 
 DtPostingIter *DtBeginTermPostings(Relation index, const char *term, int termlen) {
@@ -224,7 +330,7 @@ int64 DtTermPostingCount(Relation index, const char *term, int termlen) {
 
 bool DtNextPosting(DtPostingIter *it, DtPosting *out) {
     for (;;) {
-        while (it->pos < it->n) {
+        while (it->pos < it->nwin) {
             const dt::Posting &p = it->postings[it->pos++];
             if (it->alldocs && p.count == 0) continue;
             ItemPointerSet(&out->tid, dt::Tid48Block(p.tid), dt::Tid48Offset(p.tid));
@@ -232,14 +338,19 @@ bool DtNextPosting(DtPostingIter *it, DtPosting *out) {
             out->wordcnt = p.wordcnt;
             return true;
         }
+        if (it->done < it->n) {
+            DtIterDecodeNext(it, DT_DECODE_BATCH);
+            continue;
+        }
         if (it->next == InvalidBlockNumber) return false;
         CHECK_FOR_INTERRUPTS();
-        DtIterLoadPage(it);
+        DtPostingPageHeader h;
+        DtIterReadPage(it, &h);
     }
 }
 
 // Whether the next posting page lies wholly below want (or is a deleted
-// page): then it->next moves past it, undecoded.
+// page): then it->next moves past it, unread.
 static bool DtIterPassPage(DtPostingIter *it, uint64 want) {
     BlockNumber blk = it->next;
     Buffer buf = ReadBuffer(it->index, blk);
@@ -261,12 +372,12 @@ static bool DtIterPassPage(DtPostingIter *it, uint64 want) {
 bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
     uint64 want = dt::MakeTid48(ItemPointerGetBlockNumberNoCheck(tid), ItemPointerGetOffsetNumberNoCheck(tid));
     for (;;) {
-        if (it->pos < it->n) {
-            if (it->postings[it->n - 1].tid < want) {
-                it->pos = it->n;  // the rest of this page is below the target
+        if (it->pos < it->nwin) {
+            if (it->postings[it->nwin - 1].tid < want) {
+                it->pos = it->nwin;  // the rest of the window is below the target
             } else {
-                // The first posting at or beyond the target in this page.
-                uint32 lo = it->pos, hi = it->n - 1;
+                // The first posting at or beyond the target in the window.
+                uint32 lo = it->pos, hi = it->nwin - 1;
                 while (lo < hi) {
                     uint32 mid = lo + (hi - lo) / 2;
                     if (it->postings[mid].tid < want) lo = mid + 1;
@@ -276,21 +387,29 @@ bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
                 return DtNextPosting(it, out);
             }
         }
+        if (it->done < it->n) {
+            // Postings below the target are passed undecoded.
+            DtIterPassBelow(it, want);
+            if (it->done < it->n) DtIterDecodeNext(it, DT_DECODE_BATCH);
+            continue;
+        }
         if (it->next == InvalidBlockNumber) return false;
         CHECK_FOR_INTERRUPTS();
         // Pages wholly below the target are passed by their headers.
         if (DtIterPassPage(it, want)) continue;
-        DtIterLoadPage(it);
+        DtPostingPageHeader h;
+        DtIterReadPage(it, &h);
     }
 }
 
 bool DtNextChunk(DtPostingIter *it, DtChunk *out) {
     if (it->inlinePending) {
         it->inlinePending = false;
-        it->pos = it->n;
+        DtIterDecodeAll(it);
+        it->pos = it->nwin;
         out->firsttid = it->postings[0].tid;
-        out->lasttid = it->postings[it->n - 1].tid;
-        out->npostings = it->n;
+        out->lasttid = it->postings[it->nwin - 1].tid;
+        out->npostings = it->nwin;
         out->nrows = out->countsum = 0;
         out->summed = false;
         return true;
@@ -299,7 +418,6 @@ bool DtNextChunk(DtPostingIter *it, DtChunk *out) {
         CHECK_FOR_INTERRUPTS();
         DtPostingPageHeader h;
         DtIterReadPage(it, &h);
-        it->pos = it->n;
         if (h.npostings == 0) continue;
         out->firsttid = h.firsttid;
         out->lasttid = h.lasttid;
@@ -309,17 +427,19 @@ bool DtNextChunk(DtPostingIter *it, DtChunk *out) {
         out->summed = true;
         return true;
     }
-    it->n = it->pos = 0;
+    DtIterSetPiece(it, 0, 0, InvalidBlockNumber);
     return false;
 }
 
 const dt::Posting *DtChunkPostings(DtPostingIter *it, uint32 *n) {
-    DtIterDecode(it);
-    *n = it->n;
+    DtIterDecodeAll(it);
+    it->pos = it->nwin;
+    *n = it->nwin;
     return it->postings;
 }
 
 void DtEndPostings(DtPostingIter *it) {
     if (it->postings) pfree(it->postings);
+    pfree(it->coded);
     pfree(it);
 }

@@ -76,6 +76,25 @@ int64 DtIterPostingCount(DtPostingIter *it);
 // index.
 int64 DtTermPostingCount(Relation index, const char *term, int termlen);
 
+// A term's leaf entry as one lookup found it: where its list starts, and
+// its posting count.  Reading the list from it later gives every posting
+// that was in the index at the lookup (pages that the list's chain leaves
+// stay readable until no transaction of that time remains), so one lookup
+// serves all the reads of one scan.
+typedef struct DtTermEntry DtTermEntry;
+
+// Looks a term up (one descent of the term tree); a term not in the index
+// gives an entry with no postings.
+DtTermEntry *DtLookupTerm(Relation index, const char *term, int termlen);
+
+// The entry's posting count, as DtTermPostingCount gives it.
+int64 DtTermEntryCount(const DtTermEntry *entry);
+
+// The postings of the entry's term, like DtBeginTermPostings.
+DtPostingIter *DtBeginEntryPostings(Relation index, const DtTermEntry *entry);
+
+void DtFreeTermEntry(DtTermEntry *entry);
+
 // The next posting; false when there are no more.
 bool DtNextPosting(DtPostingIter *it, DtPosting *out);
 

@@ -64,6 +64,50 @@ TEST(PostingCodec, RefusesOutOfOrderAndOverflow) {
     EXPECT_EQ(dt::DecodePostings(buf, n, 0, out, 1), SIZE_MAX);
 }
 
+TEST(PostingCodec, SkipBelowThenDecodeGivesTheRestOfTheList) {
+    std::mt19937_64 rng(11);
+    std::vector<Posting> p;
+    uint64_t t = 0;
+    for (int i = 0; i < 3000; i++) {
+        t += rng() % 200000;  // repeats of a row too
+        p.push_back({t, uint32_t(rng() % 300 + 1), uint32_t(rng() % 1000000)});
+    }
+    size_t need = dt::EncodedSize(p.data(), p.size(), 0);
+    std::vector<unsigned char> buf(need);
+    ASSERT_EQ(dt::EncodePostings(p.data(), p.size(), 0, buf.data(), need), need);
+    for (int k = 0; k < 200; k++) {
+        // From a random decoded prefix, pass the rows below a random target.
+        size_t start = rng() % p.size();
+        std::vector<Posting> head(start + 1);
+        size_t used = start ? dt::DecodePostings(buf.data(), need, 0, head.data(), start) : 0;
+        ASSERT_NE(used, SIZE_MAX);
+        uint64_t prev = start ? p[start - 1].tid : 0;
+        uint64_t want = k % 10 == 0 ? t + 1 : p[start].tid + rng() % (t - p[start].tid + 2);
+        size_t skipped = 0;
+        size_t bytes = dt::SkipPostingsBelow(buf.data() + used, need - used, &prev, want, p.size() - start, &skipped);
+        ASSERT_NE(bytes, SIZE_MAX);
+        size_t first = std::lower_bound(p.begin() + start, p.end(), want,
+                                        [](const Posting &a, uint64_t w) { return a.tid < w; }) - p.begin();
+        EXPECT_EQ(start + skipped, first);
+        if (first > start) {
+            EXPECT_EQ(prev, p[first - 1].tid);
+        }
+        if (first == p.size()) {
+            EXPECT_EQ(used + bytes, need);
+            continue;
+        }
+        Posting next;
+        ASSERT_NE(dt::DecodePostings(buf.data() + used + bytes, need - used - bytes, prev, &next, 1), SIZE_MAX);
+        EXPECT_EQ(next.tid, p[first].tid);
+        EXPECT_EQ(next.count, p[first].count);
+        EXPECT_EQ(next.wordcnt, p[first].wordcnt);
+    }
+    // Cut short: malformed.
+    uint64_t prev = 0;
+    size_t skipped = 0;
+    EXPECT_EQ(dt::SkipPostingsBelow(buf.data(), need - 1, &prev, ~0ull, p.size(), &skipped), SIZE_MAX);
+}
+
 TEST(PostingCodec, InsertKeepsOrder) {
     Posting arr[5] = {{1, 1, 0}, {5, 1, 0}, {9, 1, 0}};
     EXPECT_EQ(dt::InsertPosting(arr, 3, {7, 2, 0}), 2u);
