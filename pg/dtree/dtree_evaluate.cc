@@ -384,13 +384,12 @@ dt::RowSet RowsAmong(Relation index, EntryCache *cache, const std::string &term,
 
 int64 TermCount(EntryCache *cache, const std::string &term) { return DtTermEntryCount(cache->Get(term)); }
 
-// Opens the visibility check and closes it whatever happens.
+// The visibility check of one evaluation, opened when a list is first read
+// with visibility (an answer found empty by probing never opens it), and
+// closed whatever happens.
 class Visibility {
 public:
-    Visibility(Relation index, Snapshot snapshot) {
-        ServerCall([&] { VisBeginC(&v_, index, snapshot); });
-        open_ = true;
-    }
+    Visibility(Relation index, Snapshot snapshot) : index_(index), snapshot_(snapshot) {}
     ~Visibility() {
         // At an error the transaction's abort releases the buffers and
         // relations; only a normal end closes them here.
@@ -401,9 +400,19 @@ public:
             }
         }
     }
-    VisCheck *get() { return &v_; }
+    Visibility(const Visibility &) = delete;
+    Visibility &operator=(const Visibility &) = delete;
+    VisCheck *get() {
+        if (!open_) {
+            ServerCall([&] { VisBeginC(&v_, index_, snapshot_); });
+            open_ = true;
+        }
+        return &v_;
+    }
 
 private:
+    Relation index_;
+    Snapshot snapshot_;
     VisCheck v_{};
     bool open_ = false;
 };
@@ -411,6 +420,7 @@ private:
 // Weights of a result table by the index's counters.
 void Weigh(Relation index, dt::ResultTable &table, const dt::DocExprNode *tree, int32 *terms = nullptr,
            int32 *docs = nullptr) {
+    if (table.entries.empty()) return;  // nothing to weigh, nor to count by
     DtMetaInfo mi;
     ServerCall([&] { DtReadMeta(index, &mi); });
     dt::GetDocWeights(table, tree, mi.numterms, mi.numdocs);
@@ -430,14 +440,16 @@ dt::RowSource RowSourceOf(Relation index, EntryCache *cache) {
     return src;
 }
 
-dt::EntrySource SourceOf(Relation index, EntryCache *cache, VisCheck *vis) {
+dt::EntrySource SourceOf(Relation index, EntryCache *cache, Visibility *vis) {
     dt::EntrySource src;
-    src.postingsOfTerm = [index, cache, vis](const std::string &term) { return Postings(index, cache, &term, vis); };
-    src.allDocs = [index, cache, vis] { return Postings(index, cache, nullptr, vis); };
+    src.postingsOfTerm = [index, cache, vis](const std::string &term) {
+        return Postings(index, cache, &term, vis->get());
+    };
+    src.allDocs = [index, cache, vis] { return Postings(index, cache, nullptr, vis->get()); };
     src.postingsOfTermAmong = [index, cache, vis](const std::string &term, const dt::RowSet &among, int64_t *doccnt,
                                                   int64_t *wordcnt) {
         int64 dc = 0, wc = 0;
-        dt::LeafPostings out = PostingsAmong(index, cache, term, among, vis, &dc, &wc);
+        dt::LeafPostings out = PostingsAmong(index, cache, term, among, vis->get(), &dc, &wc);
         *doccnt = dc;
         *wordcnt = wc;
         return out;
@@ -491,7 +503,7 @@ void EvaluateTree(Relation index, Snapshot snapshot, Answer *out) {
     EntryCache cache(index);
     Visibility vis(index, snapshot);
     dt::RowSource rows = RowSourceOf(index, &cache);
-    dt::EntrySource src = SourceOf(index, &cache, vis.get());
+    dt::EntrySource src = SourceOf(index, &cache, &vis);
     src.rows = &rows;
     out->table = dt::EvaluateEntries(out->tree, src);
     Weigh(index, out->table, out->tree, &out->totalTerms, &out->totalDocs);
@@ -529,7 +541,7 @@ void QueryWeights(Relation index, Snapshot snapshot, Datum query, std::vector<dt
     if (!tree) return;
     EntryCache cache(index);
     Visibility vis(index, snapshot);
-    dt::ResultTable table = dt::EvaluateEntries(tree, SourceOf(index, &cache, vis.get()));
+    dt::ResultTable table = dt::EvaluateEntries(tree, SourceOf(index, &cache, &vis));
     Weigh(index, table, tree);
     rows->reserve(table.entries.size());
     weights->reserve(table.entries.size());

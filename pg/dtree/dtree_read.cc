@@ -36,8 +36,10 @@ struct DtPostingIter {
     bool inlinePending;     // chunks: the entry's inline list is still to come
 };
 
-// Postings decoded at a time by DtNextPosting and DtSkipTo.
+// Postings decoded at a time by DtNextPosting, and by DtSkipTo once it has
+// passed the postings below its target (the next target is often far).
 #define DT_DECODE_BATCH 128
+#define DT_SKIP_BATCH 4
 
 BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int keylen, BlockNumber *path, int *depth) {
     BlockNumber blk = root;
@@ -390,7 +392,7 @@ bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
         if (it->done < it->n) {
             // Postings below the target are passed undecoded.
             DtIterPassBelow(it, want);
-            if (it->done < it->n) DtIterDecodeNext(it, DT_DECODE_BATCH);
+            if (it->done < it->n) DtIterDecodeNext(it, DT_SKIP_BATCH);
             continue;
         }
         if (it->next == InvalidBlockNumber) return false;
