@@ -106,20 +106,16 @@ SearchSide ExamineSearch(PlannerInfo *root, List *args, int varRelid) {
 dt::pg::PlannedQuery::Figures ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words) {
     dt::pg::PlannedQuery::Figures f;
     f.index = indexoid;
+    f.numdocs = dt::pg::PlannedIndexMeta(indexoid).numdocs;
     f.counts.assign(words.size(), 0);
     int64 *counts = f.counts.data();
     int n = (int) words.size();
     const std::string *w = words.data();
-    int64 numdocs = 0;
     ServerCall([&] {
         Relation index = index_open(indexoid, AccessShareLock);
-        DtMetaInfo mi;
-        DtReadMeta(index, &mi);
-        numdocs = mi.numdocs;
         for (int i = 0; i < n; i++) counts[i] = DtTermPostingCount(index, w[i].data(), (int) w[i].size());
         index_close(index, AccessShareLock);
     });
-    f.numdocs = numdocs;
     return f;
 }
 
@@ -135,6 +131,7 @@ struct QueryMemo {
 uint64 planning = 0;
 uint64 memoPlanning = 0;
 std::vector<QueryMemo> memo;
+std::vector<std::pair<Oid, DtMetaInfo>> memoMeta;  // the counters of the indexes read
 constexpr size_t kMemoQueries = 16;
 planner_hook_type previousPlanner = nullptr;
 
@@ -151,6 +148,14 @@ std::string ValueBytes(Datum value) {
     return std::string(p, VARSIZE_ANY(p));
 }
 
+// Drops the memo of an earlier planning.
+void MemoForThisPlanning() {
+    if (memoPlanning == planning) return;
+    memo.clear();
+    memoMeta.clear();
+    memoPlanning = planning;
+}
+
 }  // namespace
 
 void dt::pg::InstallPlannerCount() {
@@ -158,11 +163,22 @@ void dt::pg::InstallPlannerCount() {
     planner_hook = CountingPlanner;
 }
 
+DtMetaInfo dt::pg::PlannedIndexMeta(Oid indexoid) {
+    MemoForThisPlanning();
+    for (const auto &m : memoMeta)
+        if (m.first == indexoid) return m.second;
+    DtMetaInfo mi;
+    ServerCall([&] {
+        Relation index = index_open(indexoid, AccessShareLock);
+        DtReadMeta(index, &mi);
+        index_close(index, AccessShareLock);
+    });
+    memoMeta.emplace_back(indexoid, mi);
+    return mi;
+}
+
 std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum value) {
-    if (memoPlanning != planning) {
-        memo.clear();
-        memoPlanning = planning;
-    }
+    MemoForThisPlanning();
     std::string bytes = ValueBytes(value);
     for (QueryMemo &e : memo)
         if (e.strategy == strategy && e.bytes == bytes) return e.q;
@@ -173,10 +189,7 @@ std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum valu
             if (n.node_op == dt::EXPR_WORD) q->words.push_back(n.node_word);
         });
     // (Parsing may have planned other statements: the memo is checked again.)
-    if (memoPlanning != planning) {
-        memo.clear();
-        memoPlanning = planning;
-    }
+    MemoForThisPlanning();
     if (memo.size() >= kMemoQueries) memo.erase(memo.begin());
     memo.push_back(QueryMemo{strategy, std::move(bytes), q});
     return q;

@@ -4,6 +4,7 @@
 
 #include "boundary.h"
 #include "exprtree.h"
+#include "dtree_read.h"
 
 #include <memory>
 #include <string>
@@ -46,6 +47,9 @@ struct PlannedQuery {
 // strategy 1 to 3.  The caller keeps it as long as it needs it; a later
 // planning reads the query afresh.
 std::shared_ptr<PlannedQuery> PlanQuery(int strategy, Datum value);
+
+// The counters of the dtree index indexoid, read once per planning.
+DtMetaInfo PlannedIndexMeta(Oid indexoid);
 
 // The words' figures in the dtree index indexoid, read once per reading.
 PlannedQuery::Figures PlannedFigures(PlannedQuery &q, Oid indexoid);

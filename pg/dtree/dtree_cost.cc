@@ -173,10 +173,8 @@ void DtCostEstimate(PlannerInfo *root, IndexPath *path, double loop_count, Cost 
         Selectivity sel = 1.0;
         double randomPageCost = 0.0;
         Cost operandCost = 0.0;
+        meta = dt::pg::PlannedIndexMeta(index->indexoid);
         ServerCall([&] {
-            Relation rel = index_open(index->indexoid, AccessShareLock);
-            DtReadMeta(rel, &meta);
-            index_close(rel, AccessShareLock);
             quals = get_quals_from_indexclauses(path->indexclauses);
             sel = clauselist_selectivity(root, quals, index->rel->relid, JOIN_INNER, NULL);
             get_tablespace_page_costs(index->reltablespace, &randomPageCost, NULL);
