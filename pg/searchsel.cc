@@ -133,6 +133,9 @@ uint64 memoPlanning = 0;
 std::vector<QueryMemo> memo;
 std::vector<std::pair<Oid, DtMetaInfo>> memoMeta;  // the counters of the indexes read
 constexpr size_t kMemoQueries = 16;
+// A larger query value (a whole document searched for as is) is read again
+// each time rather than kept.
+constexpr size_t kMemoValueBytes = 64 * 1024;
 planner_hook_type previousPlanner = nullptr;
 
 PlannedStmt *CountingPlanner(Query *parse, const char *query_string, int cursorOptions, ParamListInfo boundParams) {
@@ -141,12 +144,11 @@ PlannedStmt *CountingPlanner(Query *parse, const char *query_string, int cursorO
     return standard_planner(parse, query_string, cursorOptions, boundParams);
 }
 
-// The bytes of a query value (a varlena, as the planner's constant holds
-// it: not detoasted).
-std::string ValueBytes(Datum value) {
-    const char *p = (const char *) DatumGetPointer(value);
-    return std::string(p, VARSIZE_ANY(p));
-}
+// The size and bytes of a query value (a varlena, as the planner's
+// constant holds it: not detoasted).
+size_t ValueSize(Datum value) { return VARSIZE_ANY((const char *) DatumGetPointer(value)); }
+
+std::string ValueBytes(Datum value) { return std::string((const char *) DatumGetPointer(value), ValueSize(value)); }
 
 // Drops the memo of an earlier planning.
 void MemoForThisPlanning() {
@@ -179,9 +181,11 @@ DtMetaInfo dt::pg::PlannedIndexMeta(Oid indexoid) {
 
 std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum value) {
     MemoForThisPlanning();
-    std::string bytes = ValueBytes(value);
-    for (QueryMemo &e : memo)
-        if (e.strategy == strategy && e.bytes == bytes) return e.q;
+    bool keep = ValueSize(value) <= kMemoValueBytes;
+    std::string bytes = keep ? ValueBytes(value) : std::string();
+    if (keep)
+        for (QueryMemo &e : memo)
+            if (e.strategy == strategy && e.bytes == bytes) return e.q;
     auto q = std::make_shared<PlannedQuery>();
     q->parsed = PlannerSearchTree(q->arena, strategy, value, &q->tree);
     if (q->tree)
@@ -190,6 +194,7 @@ std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum valu
         });
     // (Parsing may have planned other statements: the memo is checked again.)
     MemoForThisPlanning();
+    if (!keep) return q;
     if (memo.size() >= kMemoQueries) memo.erase(memo.begin());
     memo.push_back(QueryMemo{strategy, std::move(bytes), q});
     return q;
