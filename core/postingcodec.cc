@@ -132,6 +132,23 @@ size_t SkipPostingsBelow(const unsigned char *in, size_t len, uint64_t *prev, ui
     return size_t(p - in);
 }
 
+size_t DecodeRows(const unsigned char *in, size_t len, uint64_t base, uint64_t *rows, size_t n) noexcept {
+    const unsigned char *p = in, *end = in + len;
+    uint64_t prev = base;
+    for (size_t i = 0; i < n; i++) {
+        uint64_t d;
+        size_t k = ReadVarbyte(p, end, &d);
+        if (!k || d > (uint64_t(1) << 48) - 1 - prev) return SIZE_MAX;
+        const unsigned char *q = PassVarbyte(p + k, end);  // the count
+        if (q) q = PassVarbyte(q, end);                     // the word count
+        if (!q) return SIZE_MAX;
+        p = q;
+        prev += d;
+        rows[i] = prev;
+    }
+    return size_t(p - in);
+}
+
 static bool PostingLess(const Posting &a, const Posting &b) {
     if (a.tid != b.tid) return a.tid < b.tid;
     if (a.count != b.count) return a.count < b.count;

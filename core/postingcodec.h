@@ -50,6 +50,10 @@ size_t DecodePostings(const unsigned char *in, size_t len, uint64_t base, Postin
 // bytes are malformed or run short.
 size_t SkipPostingsBelow(const unsigned char *in, size_t len, uint64_t *prev, uint64_t want, size_t n,
                          size_t *skipped) noexcept;
+// Decodes only the rows of exactly n postings from in[0, len), stepping
+// over their counts.  Returns the bytes consumed, or SIZE_MAX when the
+// bytes are malformed or run short.
+size_t DecodeRows(const unsigned char *in, size_t len, uint64_t base, uint64_t *rows, size_t n) noexcept;
 // Sorts postings by row, then count, then word count.
 void SortPostings(Posting *p, size_t n) noexcept;
 // Inserts p into a sorted array of n postings (room for n + 1); returns its

@@ -334,12 +334,43 @@ void CollectKeysC(DtPostingIter *it, KeyArray *out) {
     DtEndPostings(it);
 }
 
+// Reads a term's rows as keys, each row once, decoding them in bulk
+// (C level: may raise).
+void CollectTermKeysC(DtPostingIter *it, KeyArray *out) {
+    out->sorted = true;
+    for (;;) {
+        KeyReserve(out, 256);
+        int64 from = out->n;
+        uint32 k = DtNextRows(it, out->keys + from, (uint32) std::min<int64>(out->cap - from, 8192));
+        if (k == 0) break;
+        CHECK_FOR_INTERRUPTS();
+        // Repeats of a row are adjacent: keep one of each.
+        int64 n = from;
+        for (uint32 i = 0; i < k; i++) {
+            uint64 key = out->keys[from + i];
+            if (n > 0) {
+                uint64 last = out->keys[n - 1];
+                if (last == key) continue;
+                if (key < last) out->sorted = false;
+            }
+            out->keys[n++] = key;
+        }
+        out->n = n;
+    }
+    DtEndPostings(it);
+}
+
 // The rows of a term (all documents for a null term), without weights or
 // visibility: what a bitmap needs.
 dt::RowSet Rows(Relation index, EntryCache *cache, const std::string *term) {
     KeyArray ka{nullptr, 0, 0, true};
     const DtTermEntry *e = term ? cache->Get(*term) : nullptr;
-    ServerCall([&] { CollectKeysC(term ? DtBeginEntryPostings(index, e) : DtBeginAllDocs(index), &ka); });
+    ServerCall([&] {
+        if (term)
+            CollectTermKeysC(DtBeginEntryPostings(index, e), &ka);
+        else
+            CollectKeysC(DtBeginAllDocs(index), &ka);
+    });
     dt::RowSet out(ka.keys, ka.keys + ka.n);
     if (ka.keys) ServerCall([&] { pfree(ka.keys); });
     if (!ka.sorted) {
@@ -352,22 +383,8 @@ dt::RowSet Rows(Relation index, EntryCache *cache, const std::string *term) {
 // Reads the rows among cand (sorted keys) that hold the term, skipping
 // through its postings (C level: may raise).
 void ProbeKeysC(DtPostingIter *it, const uint64 *cand, int64 nc, KeyArray *out) {
-    DtPosting p;
-    bool have = false;
-    uint64 cur = 0;
-    for (int64 i = 0; i < nc; i++) {
-        if (!have || cur < cand[i]) {
-            CHECK_FOR_INTERRUPTS();
-            ItemPointerData t;
-            dt::pg::SetItemPointer(&t, cand[i]);
-            if (!DtSkipTo(it, &t, &p)) break;
-            cur = dt::pg::RowKeyOf(&p.tid);
-            have = true;
-        }
-        if (cur != cand[i]) continue;
-        KeyReserve(out, 1);
-        out->keys[out->n++] = cur;
-    }
+    KeyReserve(out, nc);
+    out->n = DtRowsHeld(it, cand, nc, out->keys);
     DtEndPostings(it);
 }
 

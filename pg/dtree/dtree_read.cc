@@ -351,6 +351,31 @@ bool DtNextPosting(DtPostingIter *it, DtPosting *out) {
     }
 }
 
+uint32 DtNextRows(DtPostingIter *it, uint64 *rows, uint32 max) {
+    Assert(!it->alldocs);
+    for (;;) {
+        if (it->pos < it->nwin) {
+            uint32 k = Min(max, it->nwin - it->pos);
+            for (uint32 i = 0; i < k; i++) rows[i] = it->postings[it->pos + i].tid;
+            it->pos += k;
+            return k;
+        }
+        if (it->done < it->n) {
+            uint32 k = Min(max, it->n - it->done);
+            size_t used = dt::DecodeRows(it->coded + it->at, it->nbytes - it->at, it->prev, rows, k);
+            if (used == SIZE_MAX) DtCorruptList(it->index, it->page);
+            it->at += (uint32) used;
+            it->done += k;
+            it->prev = rows[k - 1];
+            return k;
+        }
+        if (it->next == InvalidBlockNumber) return 0;
+        CHECK_FOR_INTERRUPTS();
+        DtPostingPageHeader h;
+        DtIterReadPage(it, &h);
+    }
+}
+
 // Whether the next posting page lies wholly below want (or is a deleted
 // page): then it->next moves past it, unread.
 static bool DtIterPassPage(DtPostingIter *it, uint64 want) {
@@ -371,14 +396,13 @@ static bool DtIterPassPage(DtPostingIter *it, uint64 want) {
     return below;
 }
 
-bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
-    uint64 want = dt::MakeTid48(ItemPointerGetBlockNumberNoCheck(tid), ItemPointerGetOffsetNumberNoCheck(tid));
+// Moves to the first posting at or beyond want, which the window then
+// holds at pos; false at the end of the list.  Pages wholly below want are
+// passed by their headers, postings below it undecoded.
+static bool DtIterSeek(DtPostingIter *it, uint64 want) {
     for (;;) {
         if (it->pos < it->nwin) {
-            if (it->postings[it->nwin - 1].tid < want) {
-                it->pos = it->nwin;  // the rest of the window is below the target
-            } else {
-                // The first posting at or beyond the target in the window.
+            if (it->postings[it->nwin - 1].tid >= want) {
                 uint32 lo = it->pos, hi = it->nwin - 1;
                 while (lo < hi) {
                     uint32 mid = lo + (hi - lo) / 2;
@@ -386,22 +410,36 @@ bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
                     else hi = mid;
                 }
                 it->pos = lo;
-                return DtNextPosting(it, out);
+                return true;
             }
+            it->pos = it->nwin;  // the rest of the window is below want
         }
         if (it->done < it->n) {
-            // Postings below the target are passed undecoded.
             DtIterPassBelow(it, want);
             if (it->done < it->n) DtIterDecodeNext(it, DT_SKIP_BATCH);
             continue;
         }
         if (it->next == InvalidBlockNumber) return false;
         CHECK_FOR_INTERRUPTS();
-        // Pages wholly below the target are passed by their headers.
         if (DtIterPassPage(it, want)) continue;
         DtPostingPageHeader h;
         DtIterReadPage(it, &h);
     }
+}
+
+bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out) {
+    uint64 want = dt::MakeTid48(ItemPointerGetBlockNumberNoCheck(tid), ItemPointerGetOffsetNumberNoCheck(tid));
+    if (!DtIterSeek(it, want)) return false;
+    return DtNextPosting(it, out);
+}
+
+int64 DtRowsHeld(DtPostingIter *it, const uint64 *cand, int64 ncand, uint64 *out) {
+    int64 m = 0;
+    for (int64 i = 0; i < ncand; i++) {
+        if (!DtIterSeek(it, cand[i])) break;
+        if (it->postings[it->pos].tid == cand[i]) out[m++] = cand[i];
+    }
+    return m;
 }
 
 bool DtNextChunk(DtPostingIter *it, DtChunk *out) {

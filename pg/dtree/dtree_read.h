@@ -98,10 +98,20 @@ void DtFreeTermEntry(DtTermEntry *entry);
 // The next posting; false when there are no more.
 bool DtNextPosting(DtPostingIter *it, DtPosting *out);
 
+// The rows of the next postings, as 48-bit keys (block << 16 | offset),
+// up to max of them, decoded without their counts; 0 at the end.  Repeats
+// of a row come as they are.  Not for the every-document list.
+uint32 DtNextRows(DtPostingIter *it, uint64 *rows, uint32 max);
+
 // Moves forward to the first posting whose row is >= tid (a skip for
 // intersections) and returns it like DtNextPosting.  Posting pages wholly
 // below tid are passed by their headers without being decoded.
 bool DtSkipTo(DtPostingIter *it, ItemPointer tid, DtPosting *out);
+
+// Of the rows cand (ncand sorted 48-bit keys), those the list holds, into
+// out (room for ncand), skipping through the list as DtSkipTo does;
+// returns how many.  The iterator is not read otherwise afterwards.
+int64 DtRowsHeld(DtPostingIter *it, const uint64 *cand, int64 ncand, uint64 *out);
 
 // A piece of a list as stored: an entry's inline list or one posting
 // page.  Rows are 48-bit keys (block << 16 | offset).  When summed, nrows

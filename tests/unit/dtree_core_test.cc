@@ -108,6 +108,31 @@ TEST(PostingCodec, SkipBelowThenDecodeGivesTheRestOfTheList) {
     EXPECT_EQ(dt::SkipPostingsBelow(buf.data(), need - 1, &prev, ~0ull, p.size(), &skipped), SIZE_MAX);
 }
 
+TEST(PostingCodec, RowsAloneDecodeAsTheFullPostings) {
+    std::mt19937_64 rng(5);
+    std::vector<Posting> p;
+    uint64_t t = 1000;
+    for (int i = 0; i < 2000; i++) {
+        t += rng() % 70000;
+        p.push_back({t, uint32_t(rng() % 100000 + 1), uint32_t(rng() % 3000000)});
+    }
+    size_t need = dt::EncodedSize(p.data(), p.size(), 500);
+    std::vector<unsigned char> buf(need);
+    ASSERT_EQ(dt::EncodePostings(p.data(), p.size(), 500, buf.data(), need), need);
+    std::vector<uint64_t> rows(p.size());
+    EXPECT_EQ(dt::DecodeRows(buf.data(), need, 500, rows.data(), rows.size()), need);
+    for (size_t i = 0; i < p.size(); i++) EXPECT_EQ(rows[i], p[i].tid);
+    // In two parts: the second goes on from the first's last row.
+    size_t used = dt::DecodeRows(buf.data(), need, 500, rows.data(), 700);
+    ASSERT_NE(used, SIZE_MAX);
+    EXPECT_EQ(dt::DecodeRows(buf.data() + used, need - used, rows[699], rows.data() + 700, p.size() - 700), need - used);
+    EXPECT_EQ(rows.back(), p.back().tid);
+    // Cut short, or one posting too many: malformed.
+    EXPECT_EQ(dt::DecodeRows(buf.data(), need - 1, 500, rows.data(), rows.size()), SIZE_MAX);
+    std::vector<uint64_t> more(p.size() + 1);
+    EXPECT_EQ(dt::DecodeRows(buf.data(), need, 500, more.data(), more.size()), SIZE_MAX);
+}
+
 TEST(PostingCodec, InsertKeepsOrder) {
     Posting arr[5] = {{1, 1, 0}, {5, 1, 0}, {9, 1, 0}};
     EXPECT_EQ(dt::InsertPosting(arr, 3, {7, 2, 0}), 2u);
