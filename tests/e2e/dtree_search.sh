@@ -47,8 +47,12 @@ PY
 # The same query through a plain index scan, a bitmap scan and without the
 # index, in one repeatable-read snapshot: the ids, sorted.  A query with an
 # options prefix (=N|) keeps only the N heaviest rows through the index:
-# then the index's rows are N of the rows without it (or all when fewer).
-run_queries() {  # LABEL
+# then the index's rows are N of the rows without it (or all when fewer),
+# the same N through both scans, except while other sessions write
+# (MOVING): the weights use the collection's totals of terms and documents,
+# which the index's meta page keeps for all rows, not per snapshot, so two
+# scans of one snapshot may weigh rows near the cut apart.
+run_queries() {  # LABEL [MOVING]
     local bad=0 total=0 op arg cond out a b c
     while IFS=$'\t' read -r op arg; do
         total=$((total + 1))
@@ -68,7 +72,7 @@ run_queries() {  # LABEL
                 [ "$(echo "$x" | tr ',' '\n' | grep -c '^[0-9]')" = "$want" ] || ok=0
                 [ -z "$(comm -23 <(echo "$x" | tr ',' '\n' | sort) <(echo "$c" | tr ',' '\n' | sort))" ] || ok=0
             done
-            [ "$a" = "$b" ] || ok=0
+            [ -n "${2:-}" ] || [ "$a" = "$b" ] || ok=0
         elif [ "$a" != "$c" ] || [ "$b" != "$c" ]; then
             ok=0
         fi
@@ -100,7 +104,7 @@ writer() {
 }
 writer & w1=$!
 writer & w2=$!
-run_queries "while two sessions insert, delete and vacuum"
+run_queries "while two sessions insert, delete and vacuum" moving
 touch "$WORK/stop"
 wait $w1 $w2
 
