@@ -323,10 +323,12 @@ int64 DtIterPostingCount(DtPostingIter *it) { return it->total; }
 
 int64 DtTermPostingCount(Relation index, const char *term, int termlen) {
     if (termlen <= 0) return 0;
-    DtItemHeader *e = DtLookupEntry(index, term, termlen, NULL);
-    if (!e) return 0;
-    int64 n = e->value;
-    pfree(e);
+    Buffer buf = DtLockLeaf(index, term, termlen);
+    if (buf == InvalidBuffer) return 0;
+    Page page = BufferGetPage(buf);
+    OffsetNumber off = DtFindEntry(page, term, termlen, NULL);
+    int64 n = off != InvalidOffsetNumber ? ((DtItemHeader *) PageGetItem(page, PageGetItemId(page, off)))->value : 0;
+    UnlockReleaseBuffer(buf);
     return n;
 }
 
