@@ -17,6 +17,10 @@
 // query of stop words only (every document with a term) comes out 1 and
 // the planner reads the table instead of the index.  The result is scaled
 // by the column's non-null fraction (null documents match nothing).
+//
+// One planning reads each constant query once (PlanQuery): the parse, the
+// words' figures per index and the index's counters serve the selectivity,
+// the cost of a call and every index path's cost of that planning.
 #include "searchsel.h"
 
 #include <memory>

@@ -36,8 +36,9 @@ struct DtPostingIter {
     bool inlinePending;     // chunks: the entry's inline list is still to come
 };
 
-// Postings decoded at a time by DtNextPosting, and by DtSkipTo once it has
-// passed the postings below its target (the next target is often far).
+// Postings decoded at a time by DtNextPosting, and by a skip (DtSkipTo,
+// DtRowsHeld) once it has passed the postings below its target (the next
+// target is often far).
 #define DT_DECODE_BATCH 128
 #define DT_SKIP_BATCH 4
 
