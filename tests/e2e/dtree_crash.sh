@@ -28,9 +28,12 @@ wait_ready() {
     return 1
 }
 # A session of random transactions: inserts of random glosses, deletes of
-# random rows, now and then a rollback.
+# random rows, now and then a rollback; until the stop file appears.  (A
+# loop killed from outside would leave its running psql behind, which may
+# reconnect once the server is back and write while the checks run.)
+STOP="$DOC_SERVER_DIR/stop-workers"
 worker() {
-    while :; do
+    while [ ! -e "$STOP" ]; do
         local end=COMMIT
         [ $((RANDOM % 5)) = 0 ] && end=ROLLBACK
         psql -X -q -c "BEGIN" \
@@ -40,7 +43,7 @@ worker() {
     done
 }
 vacuumer() {
-    while :; do psql -X -q -c "VACUUM c" >/dev/null 2>&1; sleep 0.7; done
+    while [ ! -e "$STOP" ]; do psql -X -q -c "VACUUM c" >/dev/null 2>&1; sleep 0.7; done
 }
 
 for cycle in $(seq 1 "$CYCLES"); do
@@ -57,8 +60,9 @@ for cycle in $(seq 1 "$CYCLES"); do
         as_pg "$PGBIN/pg_ctl" -D "$DOC_SERVER_DIR/data" -m immediate -w stop >/dev/null 2>&1
     fi
     sleep 0.5
-    for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done
+    touch "$STOP"
     for p in "${pids[@]}"; do wait "$p" 2>/dev/null; done
+    rm -f "$STOP"
     if [ "$how" = "immediate shutdown" ]; then
         as_pg "$PGBIN/pg_ctl" -D "$DOC_SERVER_DIR/data" -l "$DOC_SERVER_DIR/server.log" -w -t 60 start >/dev/null
     fi
