@@ -316,8 +316,10 @@ void KeyReserve(KeyArray *out, int64 more) {
                           : (uint64 *)palloc_extended(bytes, MCXT_ALLOC_HUGE);
 }
 
-// Reads an iterator's rows as keys, each row once (C level: may raise).
-void CollectKeysC(DtPostingIter *it, KeyArray *out) {
+// Reads the every-document list's rows as keys, each row once, leaving out
+// documents without terms (C level: may raise).  A term's rows are read in
+// bulk by CollectTermKeysC.
+void CollectDocKeysC(DtPostingIter *it, KeyArray *out) {
     DtPosting p;
     out->sorted = true;
     while (DtNextPosting(it, &p)) {
@@ -369,7 +371,7 @@ dt::RowSet Rows(Relation index, EntryCache *cache, const std::string *term) {
         if (term)
             CollectTermKeysC(DtBeginEntryPostings(index, e), &ka);
         else
-            CollectKeysC(DtBeginAllDocs(index), &ka);
+            CollectDocKeysC(DtBeginAllDocs(index), &ka);
     });
     dt::RowSet out(ka.keys, ka.keys + ka.n);
     if (ka.keys) ServerCall([&] { pfree(ka.keys); });

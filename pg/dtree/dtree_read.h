@@ -5,8 +5,8 @@
 // raise a server error (ereport) and must therefore be called where no C++
 // object with a destructor is alive, or through dt::pg::ServerCall.  None
 // of them holds a buffer lock or pin when it returns: an iterator reads one
-// page at a time under a share lock, copies that page's postings into its
-// own palloc'd memory, and releases the page before handing them out, so a
+// page at a time under a share lock, copies that page's coded postings into
+// its own palloc'd memory, and releases the page before decoding them, so a
 // caller may run any code (even code that reads the heap or throws) between
 // two calls of DtNextPosting.
 //
