@@ -1,6 +1,8 @@
 #include "exprtree.h"
 
 #include <cctype>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "charclass.h"
@@ -55,6 +57,49 @@ int _dt_FreeExprTree(ExprArena &arena, DocExprNode *root) {
         _dt_FreeExprNode(arena, n);
     }
     return 0;
+}
+
+DocExprNode *CopyExprTree(ExprArena &arena, const DocExprNode *root) {
+    if (!root) return nullptr;
+    // Iterative, like _dt_FreeExprTree; a node reached twice is copied once.
+    // The copies made are looked up along a list while it is short (most
+    // queries), in a map beyond that.
+    constexpr size_t kShort = 32;
+    std::vector<std::pair<const DocExprNode *, DocExprNode *>> made;
+    std::unordered_map<const DocExprNode *, DocExprNode *> madeMap;
+    auto copyOf = [&](const DocExprNode *n) -> DocExprNode * {
+        if (made.size() < kShort) {
+            for (const auto &p : made)
+                if (p.first == n) return p.second;
+            return nullptr;
+        }
+        auto it = madeMap.find(n);
+        return it == madeMap.end() ? nullptr : it->second;
+    };
+    std::vector<std::pair<const DocExprNode *, DocExprNode **>> todo;
+    DocExprNode *out = nullptr;
+    todo.emplace_back(root, &out);
+    while (!todo.empty()) {
+        auto [n, slot] = todo.back();
+        todo.pop_back();
+        if (DocExprNode *c = copyOf(n)) {
+            *slot = c;
+            continue;
+        }
+        DocExprNode *c = NewExprNode(arena, n->node_op, n->node_word);
+        c->node_doccnt = n->node_doccnt;
+        c->node_wordcnt = n->node_wordcnt;
+        c->node_querycnt = n->node_querycnt;
+        made.emplace_back(n, c);
+        if (made.size() == kShort)
+            for (const auto &p : made) madeMap.emplace(p.first, p.second);
+        else if (made.size() > kShort)
+            madeMap.emplace(n, c);
+        *slot = c;
+        if (n->node_left) todo.emplace_back(n->node_left, &c->node_left);
+        if (n->node_right) todo.emplace_back(n->node_right, &c->node_right);
+    }
+    return out;
 }
 
 void RaiseQueryTooDeep() {

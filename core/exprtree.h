@@ -91,6 +91,10 @@ void _dt_FreeExprNode(ExprArena &arena, DocExprNode *node);
 // freed without their operands.  A null tree is ignored.
 int _dt_FreeExprTree(ExprArena &arena, DocExprNode *root);
 
+// A copy of the tree at root in arena: the same operators, words and counts,
+// a node that two parents share copied once.  Null for a null tree.
+DocExprNode *CopyExprTree(ExprArena &arena, const DocExprNode *root);
+
 // Raises the "nested too deeply" error (SQLSTATE 54001).
 [[noreturn]] void RaiseQueryTooDeep();
 

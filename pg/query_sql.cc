@@ -41,6 +41,8 @@ extern "C" {
 #include "optimizer/optimizer.h"
 #include "parser/parse_oper.h"
 #include "utils/lsyscache.h"
+#include "utils/inval.h"
+#include "utils/syscache.h"
 #include "storage/proc.h"
 #include "utils/snapmgr.h"
 #include "utils/memutils.h"
@@ -381,6 +383,55 @@ Datum pgdoc_dt_QueryOptions(PG_FUNCTION_ARGS) {
     });
 }
 
+namespace {
+
+// The operator a search function is the code of (@@ of Contains, @@@ of
+// ContainsWords, % of DocLike), looked up in the function's own schema,
+// never on the search path; InvalidOid when there is none.  The planner
+// asks for every search it simplifies, operators included, so the answers
+// are kept until operators, functions or schemas change.
+struct SearchOperatorKey {
+    Oid func, left, right;
+};
+struct SearchOperatorMemo {
+    SearchOperatorKey key;
+    Oid opno;
+};
+std::vector<SearchOperatorMemo> searchOperators;
+bool searchOperatorsWatched = false;
+
+void ForgetSearchOperators(Datum, int, uint32) { searchOperators.clear(); }
+
+Oid SearchOperatorOf(const SearchOperatorKey &key) {
+    if (!searchOperatorsWatched) {
+        ServerCall([&] {
+            CacheRegisterSyscacheCallback(OPEROID, ForgetSearchOperators, (Datum)0);
+            CacheRegisterSyscacheCallback(PROCOID, ForgetSearchOperators, (Datum)0);
+            CacheRegisterSyscacheCallback(NAMESPACEOID, ForgetSearchOperators, (Datum)0);
+        });
+        searchOperatorsWatched = true;
+    }
+    for (const SearchOperatorMemo &m : searchOperators)
+        if (m.key.func == key.func && m.key.left == key.left && m.key.right == key.right) return m.opno;
+    Oid opno = ServerCall([&]() -> Oid {
+        char *fname = get_func_name(key.func);
+        char *nsp = get_namespace_name(get_func_namespace(key.func));
+        if (!fname || !nsp) return InvalidOid;
+        const char *opname = strcmp(fname, "contains") == 0        ? "@@"
+                             : strcmp(fname, "containswords") == 0 ? "@@@"
+                             : strcmp(fname, "doclike") == 0       ? "%"
+                                                                   : nullptr;
+        if (!opname) return InvalidOid;
+        Oid o = LookupOperName(NULL, list_make2(makeString(nsp), makeString(pstrdup(opname))), key.left, key.right,
+                               true, -1);
+        return OidIsValid(o) && get_opcode(o) == key.func ? o : InvalidOid;
+    });
+    searchOperators.push_back(SearchOperatorMemo{key, opno});
+    return opno;
+}
+
+}  // namespace
+
 // Restriction estimators of doc @@ text (a query), doc @@@ text (a word
 // list) and doc % doc (another document's terms): see searchsel.h.
 Datum pgdoc_dt_querysel(PG_FUNCTION_ARGS) {
@@ -410,21 +461,17 @@ Datum pgdoc_dt_search_support(PG_FUNCTION_ARGS) {
             // need no second evaluation.  The operator is looked up in the
             // function's own schema, never on the search path.
             auto *req = (SupportRequestSimplify *)rawreq;
+            FuncExpr *fe = req->fcall;
+            if (!fe || list_length(fe->args) != 2) return PointerGetDatum(nullptr);
+            Node *left = (Node *)linitial(fe->args), *right = (Node *)lsecond(fe->args);
+            SearchOperatorKey key{fe->funcid, InvalidOid, InvalidOid};
+            ServerCall([&] {
+                key.left = exprType(left);
+                key.right = exprType(right);
+            });
+            Oid opno = SearchOperatorOf(key);
+            if (!OidIsValid(opno)) return PointerGetDatum(nullptr);
             Node *op = ServerCall([&]() -> Node * {
-                FuncExpr *fe = req->fcall;
-                if (!fe || list_length(fe->args) != 2) return nullptr;
-                char *fname = get_func_name(fe->funcid);
-                char *nsp = get_namespace_name(get_func_namespace(fe->funcid));
-                if (!fname || !nsp) return nullptr;
-                const char *opname = strcmp(fname, "contains") == 0        ? "@@"
-                                     : strcmp(fname, "containswords") == 0 ? "@@@"
-                                     : strcmp(fname, "doclike") == 0       ? "%"
-                                                                           : nullptr;
-                if (!opname) return nullptr;
-                Node *left = (Node *)linitial(fe->args), *right = (Node *)lsecond(fe->args);
-                Oid opno = LookupOperName(NULL, list_make2(makeString(nsp), makeString(pstrdup(opname))),
-                                          exprType(left), exprType(right), true, -1);
-                if (!OidIsValid(opno) || get_opcode(opno) != fe->funcid) return nullptr;
                 return (Node *)make_opclause(opno, BOOLOID, false, (Expr *)left, (Expr *)right, InvalidOid,
                                              fe->inputcollid);
             });

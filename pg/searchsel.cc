@@ -28,6 +28,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "docscan.h"
 #include "docstats.h"
 #include "doclayout.h"
 #include "docvalue.h"
@@ -35,6 +36,7 @@
 #include "dtree_read.h"
 #include "searchquery.h"
 #include "treeselectivity.h"
+#include "wordnet.h"
 
 extern "C" {
 #include "access/genam.h"
@@ -57,6 +59,7 @@ struct SearchSide {
     bool isConst = false;
     bool constNull = false;
     Datum value = (Datum) 0;
+    bool figureRead = false;  // haveFigure and avgTerms were read
     bool haveFigure = false;
     int avgTerms = 0;
     double nullfrac = 0.0;
@@ -77,7 +80,9 @@ Oid FindDtreeIndex(RelOptInfo *rel, AttrNumber attno) {
     return InvalidOid;
 }
 
-SearchSide ExamineSearch(PlannerInfo *root, List *args, int varRelid) {
+// The statistics' average number of terms is read only when the estimate
+// may need it (wantFigure, or no index figures to take instead).
+SearchSide ExamineSearch(PlannerInfo *root, List *args, int varRelid, bool wantFigure) {
     SearchSide s;
     ServerCall([&] {
         VariableStatData vardata;
@@ -91,37 +96,29 @@ SearchSide ExamineSearch(PlannerInfo *root, List *args, int varRelid) {
             s.constNull = ((Const *) other)->constisnull;
             s.value = ((Const *) other)->constvalue;
         }
-        if (HeapTupleIsValid(vardata.statsTuple)) {
-            s.nullfrac = ((Form_pg_statistic) GETSTRUCT(vardata.statsTuple))->stanullfrac;
-            s.haveFigure = DtStatsTupleTerms(vardata.statsTuple, &s.avgTerms);
-        }
         Node *var = vardata.var;
         while (var && IsA(var, RelabelType)) var = (Node *) ((RelabelType *) var)->arg;
         // (A parent's index does not cover the rows of its children.)
         if (var && IsA(var, Var) && vardata.rel && ((Var *) var)->varno == (int) vardata.rel->relid &&
             !planner_rt_fetch(vardata.rel->relid, root)->inh)
             s.index = FindDtreeIndex(vardata.rel, ((Var *) var)->varattno);
+        if (HeapTupleIsValid(vardata.statsTuple)) {
+            s.nullfrac = ((Form_pg_statistic) GETSTRUCT(vardata.statsTuple))->stanullfrac;
+            if (wantFigure || !s.isConst || !varonleft || !OidIsValid(s.index)) {
+                s.haveFigure = DtStatsTupleTerms(vardata.statsTuple, &s.avgTerms);
+                s.figureRead = true;
+            }
+        } else {
+            s.figureRead = true;
+        }
         ReleaseVariableStats(vardata);
     });
     return s;
 }
 
-// The document frequency of each word over the index's documents.
-dt::pg::PlannedQuery::Figures ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words) {
-    dt::pg::PlannedQuery::Figures f;
-    f.index = indexoid;
-    f.numdocs = dt::pg::PlannedIndexMeta(indexoid).numdocs;
-    f.counts.assign(words.size(), 0);
-    int64 *counts = f.counts.data();
-    int n = (int) words.size();
-    const std::string *w = words.data();
-    ServerCall([&] {
-        Relation index = index_open(indexoid, AccessShareLock);
-        for (int i = 0; i < n; i++) counts[i] = DtTermPostingCount(index, w[i].data(), (int) w[i].size());
-        index_close(index, AccessShareLock);
-    });
-    return f;
-}
+// The document frequency of each word over the index's documents: the
+// words' entries are looked up once per planning and kept for its scans.
+dt::pg::PlannedQuery::Figures ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words);
 
 // The queries read by the current planning.  The planner hook counts
 // plannings; a memo of an earlier count is dropped (its readings live on
@@ -135,7 +132,14 @@ struct QueryMemo {
 uint64 planning = 0;
 uint64 memoPlanning = 0;
 std::vector<QueryMemo> memo;
-std::vector<std::pair<Oid, DtMetaInfo>> memoMeta;  // the counters of the indexes read
+// The indexes read: their counters (read before any entry), and the
+// entries looked up.
+struct IndexMemo {
+    Oid index = InvalidOid;
+    DtMetaInfo meta{};
+    std::shared_ptr<dt::pg::PlannedEntries> entries;
+};
+std::vector<IndexMemo> memoIndexes;
 constexpr size_t kMemoQueries = 16;
 // A larger query value (a whole document searched for as is) is read again
 // each time rather than kept.
@@ -158,7 +162,7 @@ std::string ValueBytes(Datum value) { return std::string((const char *) DatumGet
 void MemoForThisPlanning() {
     if (memoPlanning == planning) return;
     memo.clear();
-    memoMeta.clear();
+    memoIndexes.clear();
     memoPlanning = planning;
 }
 
@@ -169,18 +173,95 @@ void dt::pg::InstallPlannerCount() {
     planner_hook = CountingPlanner;
 }
 
-DtMetaInfo dt::pg::PlannedIndexMeta(Oid indexoid) {
+namespace {
+
+IndexMemo *FindIndexMemo(Oid indexoid) {
     MemoForThisPlanning();
-    for (const auto &m : memoMeta)
-        if (m.first == indexoid) return m.second;
+    for (IndexMemo &m : memoIndexes)
+        if (m.index == indexoid) return &m;
+    return nullptr;
+}
+
+IndexMemo &AddIndexMemo(Oid indexoid, const DtMetaInfo &meta, Oid relfilenode) {
+    IndexMemo m;
+    m.index = indexoid;
+    m.meta = meta;
+    m.entries = std::make_shared<dt::pg::PlannedEntries>();
+    m.entries->relfilenode = relfilenode;
+    m.entries->changes = meta.changes;
+    memoIndexes.push_back(std::move(m));
+    return memoIndexes.back();
+}
+
+IndexMemo &IndexMemoOf(Oid indexoid) {
+    if (IndexMemo *m = FindIndexMemo(indexoid)) return *m;
     DtMetaInfo mi;
+    Oid node = InvalidOid;
     ServerCall([&] {
         Relation index = index_open(indexoid, AccessShareLock);
         DtReadMeta(index, &mi);
+        node = index->rd_node.relNode;
         index_close(index, AccessShareLock);
     });
-    memoMeta.emplace_back(indexoid, mi);
-    return mi;
+    return AddIndexMemo(indexoid, mi, node);
+}
+
+dt::pg::PlannedQuery::Figures ReadIndexFigures(Oid indexoid, const std::vector<std::string> &words) {
+    IndexMemo *m = FindIndexMemo(indexoid);
+    std::vector<const std::string *> todo;
+    for (const std::string &w : words)
+        if (!m || !m->entries->words.count(w)) todo.push_back(&w);
+    if (!m || !todo.empty()) {
+        // The counters first, then the entries (whose copies hold while the
+        // change count read here stays).
+        bool readMeta = m == nullptr;
+        DtMetaInfo mi;
+        Oid node = InvalidOid;
+        int n = (int) todo.size();
+        const std::string *const *t = todo.data();
+        DtTermEntry **found = nullptr;
+        ServerCall([&] {
+            Relation index = index_open(indexoid, AccessShareLock);
+            if (readMeta) {
+                DtReadMeta(index, &mi);
+                node = index->rd_node.relNode;
+            }
+            found = (DtTermEntry **) palloc0(sizeof(DtTermEntry *) * (n + 1));
+            for (int i = 0; i < n; i++) found[i] = DtLookupTerm(index, t[i]->data(), (int) t[i]->size());
+            index_close(index, AccessShareLock);
+        });
+        if (readMeta) m = &AddIndexMemo(indexoid, mi, node);
+        // (Entries not freed after an exception go with the planner's memory.)
+        for (int i = 0; i < n; i++) {
+            const void *item = nullptr;
+            Size len = DtTermEntryItem(found[i], &item);
+            dt::pg::PlannedEntries::Entry e;
+            e.count = DtTermEntryCount(found[i]);
+            e.item.assign((const char *) item, len);
+            m->entries->words.emplace(*t[i], std::move(e));
+        }
+        ServerCall([&] {
+            for (int i = 0; i < n; i++) DtFreeTermEntry(found[i]);
+            pfree(found);
+        });
+    }
+    dt::pg::PlannedQuery::Figures f;
+    f.index = indexoid;
+    f.numdocs = m->meta.numdocs;
+    f.counts.reserve(words.size());
+    for (const std::string &w : words) f.counts.push_back(m->entries->words.at(w).count);
+    return f;
+}
+
+}  // namespace
+
+DtMetaInfo dt::pg::PlannedIndexMeta(Oid indexoid) { return IndexMemoOf(indexoid).meta; }
+
+std::shared_ptr<const dt::pg::PlannedEntries> dt::pg::PlannedEntriesOf(Relation index) {
+    for (const IndexMemo &m : memoIndexes)
+        if (m.index == RelationGetRelid(index))
+            return m.entries->relfilenode == index->rd_node.relNode ? m.entries : nullptr;
+    return nullptr;
 }
 
 std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum value) {
@@ -191,7 +272,9 @@ std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum valu
         for (QueryMemo &e : memo)
             if (e.strategy == strategy && e.bytes == bytes) return e.q;
     auto q = std::make_shared<PlannedQuery>();
-    q->parsed = PlannerSearchTree(q->arena, strategy, value, &q->tree);
+    q->parsed = PlannerSearchTree(q->arena, strategy, value, &q->tree, &q->cuts);
+    // (The parse's open of the WordNet tables is the last one.)
+    if (q->parsed && strategy != 3) q->wordnetVersion = WordnetVersionKey();
     if (q->tree)
         dt::ForEachLeaf(q->tree, [&](const dt::DocExprNode &n) {
             if (n.node_op == dt::EXPR_WORD) q->words.push_back(n.node_word);
@@ -204,6 +287,23 @@ std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum valu
     return q;
 }
 
+bool dt::pg::PlannedScanTree(dt::ExprArena &arena, const ScanCondition &c, dt::DocExprNode **tree,
+                             dt::ScanCuts *cuts) {
+    if (c.strategy == 3 || memo.empty() || ValueSize(c.argument) > kMemoValueBytes) return false;
+    std::string bytes = ValueBytes(c.argument);
+    const PlannedQuery *q = nullptr;
+    for (const QueryMemo &e : memo)
+        if (e.strategy == c.strategy && e.bytes == bytes) q = e.q.get();
+    if (!q || !q->parsed || q->wordnetVersion.empty()) return false;
+    {
+        WordnetScope wn;
+        if (q->wordnetVersion != WordnetVersionKey()) return false;
+    }
+    *tree = dt::CopyExprTree(arena, q->tree);
+    *cuts = q->cuts;
+    return true;
+}
+
 dt::pg::PlannedQuery::Figures dt::pg::PlannedFigures(PlannedQuery &q, Oid indexoid) {
     for (const PlannedQuery::Figures &f : q.figures)
         if (f.index == indexoid) return f;
@@ -211,16 +311,17 @@ dt::pg::PlannedQuery::Figures dt::pg::PlannedFigures(PlannedQuery &q, Oid indexo
     return q.figures.back();
 }
 
-bool dt::pg::PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocExprNode **tree) {
+bool dt::pg::PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocExprNode **tree,
+                               dt::ScanCuts *cuts) {
     *tree = nullptr;
+    *cuts = dt::ScanCuts();
     if (strategy == 3) {
         const void *doc = dt::pg::DocFromDatum(value);
         auto handle = dt::DocLOHandleExternal(doc);
         if (handle && dt::IsExternalHandle(*handle)) return false;
     }
     try {
-        dt::ScanCuts cuts;
-        *tree = dt::pg::ScanTree(arena, {dt::pg::ScanCondition{strategy, value}}, &cuts);
+        *tree = dt::pg::ScanTree(arena, {dt::pg::ScanCondition{strategy, value}}, cuts);
     } catch (const dt::Error &e) {
         // The parser's own refusals; errors of the server are not swallowed.
         const std::string &c = e.code();
@@ -242,20 +343,37 @@ bool dt::pg::SearchSkipsDocument(List *args, int strategy) {
 }
 
 double dt::pg::SearchSelectivity(PlannerInfo *root, List *args, int varRelid, int strategy) {
-    SearchSide s = ExamineSearch(root, args, varRelid);
+    SearchSide s = ExamineSearch(root, args, varRelid, false);
     if (!s.found) return 0.5;
     if (s.isConst && s.constNull) return 0.0;
-    double model = DtModelSelectivity(s.haveFigure, s.avgTerms, s.columnOnLeft);
     double nonnull = 1.0 - s.nullfrac;
-    if (!s.isConst || !s.columnOnLeft) return model * nonnull;
+    auto model = [&] {
+        if (!s.figureRead) s = ExamineSearch(root, args, varRelid, true);
+        return DtModelSelectivity(s.haveFigure, s.avgTerms, s.columnOnLeft);
+    };
+    if (!s.isConst || !s.columnOnLeft) return model() * nonnull;
     std::shared_ptr<PlannedQuery> q = PlanQuery(strategy, s.value);
-    if (!q->parsed) return model * nonnull;
+    if (!q->parsed) return model() * nonnull;
     const dt::DocExprNode *tree = q->tree;
-    if (!OidIsValid(s.index)) return dt::TreeFraction(tree, [&](const dt::DocExprNode &) { return model; }) * nonnull;
+    if (!OidIsValid(s.index)) {
+        double m = model();
+        return dt::TreeFraction(tree, [&](const dt::DocExprNode &) { return m; }) * nonnull;
+    }
     PlannedQuery::Figures f = PlannedFigures(*q, s.index);
-    std::unordered_map<std::string, double> fraction;
-    for (size_t i = 0; i < q->words.size(); i++)
-        fraction[q->words[i]] = f.numdocs > 0 ? (double) f.counts[i] / (double) f.numdocs : 0.0;
-    double sel = dt::TreeFraction(tree, [&](const dt::DocExprNode &n) { return fraction[n.node_word]; });
+    auto fraction = [&](size_t i) { return f.numdocs > 0 ? (double) f.counts[i] / (double) f.numdocs : 0.0; };
+    const std::vector<std::string> &words = q->words;
+    double sel;
+    if (words.size() <= 8) {
+        // A few words: each found by a look along them.
+        sel = dt::TreeFraction(tree, [&](const dt::DocExprNode &n) {
+            for (size_t i = 0; i < words.size(); i++)
+                if (words[i] == n.node_word) return fraction(i);
+            return 0.0;
+        });
+    } else {
+        std::unordered_map<std::string, double> byWord;
+        for (size_t i = 0; i < words.size(); i++) byWord[words[i]] = fraction(i);
+        sel = dt::TreeFraction(tree, [&](const dt::DocExprNode &n) { return byWord[n.node_word]; });
+    }
     return sel * nonnull;
 }

@@ -5,9 +5,12 @@
 #include "boundary.h"
 #include "exprtree.h"
 #include "dtree_read.h"
+#include "scantree.h"
+#include "searchquery.h"
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 extern "C" {
@@ -21,7 +24,8 @@ namespace dt::pg {
 // tree, for a query the parser refuses (reported when the search runs, not
 // while planning) and for a document in a server file (read when the
 // search runs).  *tree null: the search matches nothing.
-bool PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocExprNode **tree);
+bool PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocExprNode **tree,
+                       dt::ScanCuts *cuts);
 
 // A constant query as one planning reads it.  The estimates of a search
 // (its selectivity, then each index path's cost) ask about the same query
@@ -30,6 +34,8 @@ bool PlannerSearchTree(dt::ExprArena &arena, int strategy, Datum value, dt::DocE
 struct PlannedQuery {
     bool parsed = false;             // PlannerSearchTree's result
     dt::DocExprNode *tree = nullptr;
+    dt::ScanCuts cuts;               // its options prefix
+    std::string wordnetVersion;      // the WordNet tables it was stemmed with ("": unknown)
     std::vector<std::string> words;  // the word leaves, in tree order
 
     // The document frequency (postings) of each word in one dtree index,
@@ -48,8 +54,33 @@ struct PlannedQuery {
 // planning reads the query afresh.
 std::shared_ptr<PlannedQuery> PlanQuery(int strategy, Datum value);
 
+// The tree and cuts of a scan's only condition c as the latest planning
+// read the same query value, copied into arena: the scan of the statement
+// just planned does not parse its query again.  False when that planning
+// did not read this value, or the WordNet tables changed since (the stems
+// could differ).
+bool PlannedScanTree(dt::ExprArena &arena, const ScanCondition &c, dt::DocExprNode **tree, dt::ScanCuts *cuts);
+
 // The counters of the dtree index indexoid, read once per planning.
 DtMetaInfo PlannedIndexMeta(Oid indexoid);
+
+// The leaf entries of the words a planning looked up in a dtree index,
+// handed to the scans of the statement it planned, which then look up
+// none of them again.  They hold only while the index's change count is
+// the one read before the lookups (a scan reads the meta page to check),
+// and only for the same relation file.
+struct PlannedEntries {
+    Oid relfilenode = InvalidOid;
+    uint32 changes = 0;
+    struct Entry {
+        int64 count = 0;   // postings
+        std::string item;  // the leaf item as DtTermEntryItem gave it; empty: not in the index
+    };
+    std::unordered_map<std::string, Entry> words;
+};
+
+// The entries the latest planning looked up in index; null if none.
+std::shared_ptr<const PlannedEntries> PlannedEntriesOf(Relation index);
 
 // The words' figures in the dtree index indexoid, read once per reading.
 PlannedQuery::Figures PlannedFigures(PlannedQuery &q, Oid indexoid);

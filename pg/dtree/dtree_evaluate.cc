@@ -1,12 +1,14 @@
 #include "dtree_evaluate.h"
 
 #include <algorithm>
+#include <memory>
 #include <cstring>
 #include <string>
 #include <unordered_map>
 
 #include "ranking.h"
 #include "scantree.h"
+#include "searchsel.h"
 
 extern "C" {
 #include "access/relscan.h"
@@ -242,7 +244,10 @@ dt::LeafPostings TakePostings(PostArray &pa) {
 }
 
 // The entries of the terms that one evaluation reads, each looked up once
-// however many times the evaluation reads its list or its count.
+// however many times the evaluation reads its list or its count.  Words
+// the planning of this statement looked up come from its hand-over
+// instead, when the index has not changed since (one read of the meta page
+// checks it, the first time such a word is wanted).
 class EntryCache {
 public:
     explicit EntryCache(Relation index) : index_(index) {}
@@ -263,7 +268,14 @@ public:
     const DtTermEntry *Get(const std::string &term) {
         auto it = map_.find(term);
         if (it != map_.end()) return it->second;
-        DtTermEntry *e = ServerCall([&] { return DtLookupTerm(index_, term.data(), (int)term.size()); });
+        DtTermEntry *e = nullptr;
+        if (const dt::pg::PlannedEntries::Entry *k = Planned(term)) {
+            const char *item = k->item.data();
+            Size len = k->item.size();
+            e = ServerCall([&] { return DtTermEntryFromItem(item, len); });
+        } else {
+            e = ServerCall([&] { return DtLookupTerm(index_, term.data(), (int)term.size()); });
+        }
         try {
             map_.emplace(term, e);
         } catch (...) {
@@ -274,8 +286,26 @@ public:
     }
 
 private:
+    // The planning's entry of term, if it holds.
+    const dt::pg::PlannedEntries::Entry *Planned(const std::string &term) {
+        if (!plannedChecked_) {
+            plannedChecked_ = true;
+            planned_ = dt::pg::PlannedEntriesOf(index_);
+            if (planned_) {
+                DtMetaInfo mi;
+                ServerCall([&] { DtReadMeta(index_, &mi); });
+                if (mi.changes != planned_->changes) planned_.reset();
+            }
+        }
+        if (!planned_) return nullptr;
+        auto it = planned_->words.find(term);
+        return it == planned_->words.end() ? nullptr : &it->second;
+    }
+
     Relation index_;
     std::unordered_map<std::string, DtTermEntry *> map_;
+    bool plannedChecked_ = false;
+    std::shared_ptr<const dt::pg::PlannedEntries> planned_;
 };
 
 // The postings of a term (all documents for a null term).
@@ -480,11 +510,18 @@ dt::EntrySource SourceOf(Relation index, EntryCache *cache, Visibility *vis) {
 
 namespace dt::pg {
 
+// The tree and cuts of the conditions: a single one as the planning of the
+// statement parsed it, if it did.
+static void ParseConditions(const std::vector<ScanCondition> &conditions, Answer *out) {
+    if (conditions.size() == 1 && PlannedScanTree(out->arena, conditions[0], &out->tree, &out->cuts)) return;
+    out->tree = ScanTree(out->arena, conditions, &out->cuts);
+}
+
 ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<ScanCondition> &conditions,
                          bool ranked) {
     ScanOutcome out;
     Answer ans;
-    ans.tree = ScanTree(ans.arena, conditions, &ans.cuts);
+    ParseConditions(conditions, &ans);
     if (!ans.tree) {
         out.ranked = ranked;
         return out;
@@ -514,7 +551,7 @@ ScanOutcome EvaluateScan(Relation index, Snapshot snapshot, const std::vector<Sc
 }
 
 void EvaluateAnswer(Relation index, Snapshot snapshot, const std::vector<ScanCondition> &conditions, Answer *out) {
-    out->tree = ScanTree(out->arena, conditions, &out->cuts);
+    ParseConditions(conditions, out);
     if (out->tree) EvaluateTree(index, snapshot, out);
 }
 

@@ -161,6 +161,7 @@ void DtWritePages(Relation index, int n, const Buffer *bufs, Page *images, const
     Assert(n > 0 && n <= MAX_GENERIC_XLOG_PAGES);
     GenericXLogState *state = GenericXLogStart(index);
     for (int i = 0; i < n; i++) {
+        if (BufferGetBlockNumber(bufs[i]) == DTREE_METAPAGE_BLKNO) DtPageGetMetaExtra(images[i])->changes++;
         Page p = GenericXLogRegisterBuffer(state, bufs[i], isnew && isnew[i] ? GENERIC_XLOG_FULL_IMAGE : 0);
         memcpy(p, images[i], BLCKSZ);
     }
@@ -214,4 +215,5 @@ void DtReadMeta(Relation index, DtMetaInfo *out) {
     out->npostings = x.npostings;
     out->root = x.root;
     out->height = x.height;
+    out->changes = x.changes;
 }

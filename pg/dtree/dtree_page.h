@@ -52,7 +52,8 @@ typedef struct DtMetaExtra {
     BlockNumber root;   // InvalidBlockNumber: no tree yet
     int32 height;       // levels; 1 when the root is a leaf
     int32 ndistinct;    // terms with an entry (the document list not counted)
-    int32 pad;
+    uint32 changes;     // records that wrote this page (every change of an
+                        // entry or list writes it too); wraps
     int64 npostings;    // postings of all terms
 } DtMetaExtra;
 
@@ -140,7 +141,8 @@ Buffer DtNewBuffer(Relation index);
 
 // Replaces the contents of n (at most MAX_GENERIC_XLOG_PAGES) exclusively
 // locked buffers with the given page images as one WAL record.  isnew[i]
-// logs a full image (new or recycled pages).
+// logs a full image (new or recycled pages).  The meta page's image, when
+// it is one of them, gets its change count bumped.
 void DtWritePages(Relation index, int n, const Buffer *bufs, Page *images, const bool *isnew);
 
 // Meta page: read the counters under a share lock.

@@ -300,6 +300,23 @@ DtPostingIter *DtBeginEntryPostings(Relation index, const DtTermEntry *t) {
     return DtBeginItem(index, t->item, t->len, false);
 }
 
+Size DtTermEntryItem(const DtTermEntry *t, const void **item) {
+    *item = t->item;
+    return t->item ? t->len : 0;
+}
+
+DtTermEntry *DtTermEntryFromItem(const void *item, Size len) {
+    DtTermEntry *t = (DtTermEntry *) palloc0(sizeof(DtTermEntry));
+    if (len > 0) {
+        if (len < sizeof(DtItemHeader) || len > BLCKSZ)
+            ereport(ERROR, (errcode(ERRCODE_INTERNAL_ERROR), errmsg("dtree: a kept leaf entry of %zu bytes", len)));
+        t->item = (DtItemHeader *) palloc(len);
+        memcpy(t->item, item, len);
+        t->len = len;
+    }
+    return t;
+}
+
 void DtFreeTermEntry(DtTermEntry *t) {
     if (t->item) pfree(t->item);
     pfree(t);

@@ -38,6 +38,8 @@ typedef struct DtMetaInfo {
     int64 npostings;      // postings of all terms (a term's list counts its repeats)
     BlockNumber root;     // root of the term tree, InvalidBlockNumber when empty
     int32 height;         // levels of the term tree (1: the root is a leaf)
+    uint32 changes;       // bumped by every write of an entry or a list, with
+                          // the entry's page locked (wraps)
 } DtMetaInfo;
 
 // One posting: the document at tid holds the term count times; wordcnt is
@@ -92,6 +94,14 @@ int64 DtTermEntryCount(const DtTermEntry *entry);
 
 // The postings of the entry's term, like DtBeginTermPostings.
 DtPostingIter *DtBeginEntryPostings(Relation index, const DtTermEntry *entry);
+
+// The entry's leaf item as the lookup copied it (*item null and 0 for a
+// term not in the index), to be kept elsewhere; DtTermEntryFromItem makes
+// an entry of such bytes again.  A kept entry stays good to read only as
+// long as the meta page's change count is the one read before the lookup
+// (DtMetaInfo.changes): any write of an entry or a list bumps it.
+Size DtTermEntryItem(const DtTermEntry *entry, const void **item);
+DtTermEntry *DtTermEntryFromItem(const void *item, Size len);
 
 void DtFreeTermEntry(DtTermEntry *entry);
 

@@ -32,3 +32,47 @@ SELECT round(pg_temp.est($$SELECT * FROM est WHERE body @@ 'apache'$$)::numeric 
              pg_temp.est($$SELECT * FROM est$$), 2) AS share_after;
 COMMIT;
 DROP TABLE est;
+
+-- The scan of a statement takes over what its planning read of the query
+-- (the parse, the words' index entries) only while neither the WordNet
+-- tables nor the index changed since.  A prepared statement's kept plan,
+-- run again after a change without being planned again, finds what a
+-- fresh statement finds: ranked (an index scan in rank order) and not
+-- (a bitmap scan).
+CREATE TABLE handover (id int, body doc);
+INSERT INTO handover VALUES (1, dt_FromText('a dog barks at night')), (2, dt_FromText('zorgs run in the hills')),
+                            (3, dt_FromText('the cat sleeps'));
+CREATE INDEX handover_dt ON handover USING dtree (body);
+SET enable_seqscan = off;
+SET plan_cache_mode = force_generic_plan;
+PREPARE cat_ranked AS
+    SELECT array_agg(id ORDER BY id) FROM (SELECT id FROM handover WHERE body @@ 'cat' ORDER BY body <=> 'cat') s;
+PREPARE cat_rows AS SELECT array_agg(id ORDER BY id) FROM handover WHERE body @@ 'cat';
+EXPLAIN (COSTS OFF) EXECUTE cat_ranked;
+EXPLAIN (COSTS OFF) EXECUTE cat_rows;
+EXECUTE cat_ranked;
+EXECUTE cat_rows;
+-- New documents with the word: the index's entry of "cat" changed.
+INSERT INTO handover VALUES (4, dt_FromText('a cat and a dog')), (5, dt_FromText('cats everywhere'));
+EXECUTE cat_ranked;
+EXECUTE cat_rows;
+DELETE FROM handover WHERE id IN (3, 4);
+VACUUM handover;
+INSERT INTO handover VALUES (6, dt_FromText('one more cat'));
+EXECUTE cat_ranked;
+EXECUTE cat_rows;
+-- "zorgs" stems to itself until the exceptions say it is a form of "dog".
+PREPARE zorgs_ranked AS
+    SELECT array_agg(id ORDER BY id) FROM (SELECT id FROM handover WHERE body @@ 'zorgs' ORDER BY body <=> 'zorgs') s;
+EXECUTE zorgs_ranked;
+BEGIN;
+INSERT INTO wordnet_excl VALUES ('zorgs', 'dog');
+EXECUTE zorgs_ranked;
+ROLLBACK;
+EXECUTE zorgs_ranked;
+DEALLOCATE cat_ranked;
+DEALLOCATE cat_rows;
+DEALLOCATE zorgs_ranked;
+RESET plan_cache_mode;
+RESET enable_seqscan;
+DROP TABLE handover;
