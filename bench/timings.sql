@@ -10,19 +10,24 @@
 -- words i, i + 2 per and i + 3 per, when vocab has them.
 -- timings(kind, tmpl, col) runs the SQL template tmpl once for each query
 -- of a kind in table queries (column col as $1), untimed, to warm the
--- caches as every side gets them warm, then again, and returns the
--- milliseconds of each query of the second pass; pct(a, p) is the p-th
--- percentile of them.
+-- caches as every side gets them warm, then five times more, each time
+-- over all the queries, and returns the milliseconds of each query of
+-- those five passes (500 for 100 queries): a percentile of them moves
+-- less from run to run than one of a single pass, where a few
+-- milliseconds of a busy machine shift a whole side.  pct(a, p) is the
+-- p-th percentile of them.
 CREATE FUNCTION timings(kind text, tmpl text, col text) RETURNS float8[] LANGUAGE plpgsql AS $$
 DECLARE r record; t0 timestamptz; ms float8[] := '{}'; dummy bigint;
 BEGIN
   FOR r IN EXECUTE format('SELECT %I AS q FROM queries WHERE kind = $1', col) USING kind LOOP
     EXECUTE tmpl INTO dummy USING r.q;
   END LOOP;
-  FOR r IN EXECUTE format('SELECT %I AS q FROM queries WHERE kind = $1', col) USING kind LOOP
-    t0 := clock_timestamp();
-    EXECUTE tmpl INTO dummy USING r.q;
-    ms := ms || (extract(epoch FROM clock_timestamp() - t0) * 1000);
+  FOR pass IN 1..5 LOOP
+    FOR r IN EXECUTE format('SELECT %I AS q FROM queries WHERE kind = $1', col) USING kind LOOP
+      t0 := clock_timestamp();
+      EXECUTE tmpl INTO dummy USING r.q;
+      ms := ms || (extract(epoch FROM clock_timestamp() - t0) * 1000);
+    END LOOP;
   END LOOP;
   RETURN ms;
 END $$;
