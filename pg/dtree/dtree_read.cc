@@ -339,17 +339,6 @@ DtPostingIter *DtBeginDocList(Relation index) { return DtBeginKey(index, DT_DOCL
 
 int64 DtIterPostingCount(DtPostingIter *it) { return it->total; }
 
-int64 DtTermPostingCount(Relation index, const char *term, int termlen) {
-    if (termlen <= 0) return 0;
-    Buffer buf = DtLockLeaf(index, term, termlen);
-    if (buf == InvalidBuffer) return 0;
-    Page page = BufferGetPage(buf);
-    OffsetNumber off = DtFindEntry(page, term, termlen, NULL);
-    int64 n = off != InvalidOffsetNumber ? ((DtItemHeader *) PageGetItem(page, PageGetItemId(page, off)))->value : 0;
-    UnlockReleaseBuffer(buf);
-    return n;
-}
-
 bool DtNextPosting(DtPostingIter *it, DtPosting *out) {
     for (;;) {
         while (it->pos < it->nwin) {

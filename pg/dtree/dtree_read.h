@@ -72,12 +72,6 @@ DtPostingIter *DtBeginAllDocs(Relation index);
 // term's document frequency, before visibility), or -1 if unknown.
 int64 DtIterPostingCount(DtPostingIter *it);
 
-// The number of postings of a term (its document frequency, counting dead
-// rows VACUUM has not removed yet, and repeats added by AddIndexTerms),
-// read from its entry without decoding its list; 0 for a term not in the
-// index.
-int64 DtTermPostingCount(Relation index, const char *term, int termlen);
-
 // A term's leaf entry as one lookup found it: where its list starts, and
 // its posting count.  Reading the list from it later gives every posting
 // that was in the index at the lookup (pages that the list's chain leaves
@@ -89,7 +83,9 @@ typedef struct DtTermEntry DtTermEntry;
 // gives an entry with no postings.
 DtTermEntry *DtLookupTerm(Relation index, const char *term, int termlen);
 
-// The entry's posting count, as DtTermPostingCount gives it.
+// The entry's posting count: the term's document frequency, counting dead
+// rows VACUUM has not removed yet and repeats added by AddIndexTerms; 0 for
+// a term not in the index.
 int64 DtTermEntryCount(const DtTermEntry *entry);
 
 // The postings of the entry's term, like DtBeginTermPostings.
