@@ -21,6 +21,8 @@ extern "C" {
 #include "catalog/pg_extension.h"
 #include "utils/fmgroids.h"
 #include "utils/guc.h"
+#include "utils/inval.h"
+#include "utils/syscache.h"
 PG_MODULE_MAGIC;
 void _PG_init(void);
 }
@@ -46,7 +48,26 @@ std::string dt::pg::TempBaseDir() {
     return "/tmp";
 }
 
+namespace {
+
+// The extension's schema as last found, until a function or schema
+// changes: the extension cannot move (it is not relocatable), and dropping
+// it drops its functions, so the next lookup after a DROP and CREATE
+// EXTENSION in any schema reads pg_extension again.
+Oid cachedExtensionSchema = InvalidOid;
+bool extensionSchemaWatched = false;
+
+void ForgetExtensionSchema(Datum, int, uint32) { cachedExtensionSchema = InvalidOid; }
+
+}  // namespace
+
 Oid dt::pg::ExtensionSchemaC() {
+    if (OidIsValid(cachedExtensionSchema)) return cachedExtensionSchema;
+    if (!extensionSchemaWatched) {
+        CacheRegisterSyscacheCallback(PROCOID, ForgetExtensionSchema, (Datum) 0);
+        CacheRegisterSyscacheCallback(NAMESPACEOID, ForgetExtensionSchema, (Datum) 0);
+        extensionSchemaWatched = true;
+    }
     Oid nsp = InvalidOid;
     Relation rel = table_open(ExtensionRelationId, AccessShareLock);
     ScanKeyData key;
@@ -57,6 +78,7 @@ Oid dt::pg::ExtensionSchemaC() {
     if (HeapTupleIsValid(tup)) nsp = ((Form_pg_extension)GETSTRUCT(tup))->extnamespace;
     systable_endscan(scan);
     table_close(rel, AccessShareLock);
+    cachedExtensionSchema = nsp;
     return nsp;
 }
 

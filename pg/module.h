@@ -27,6 +27,7 @@ std::string TempBaseDir();
 std::string TempDir();
 
 // The schema of the extension "document" in this database, or InvalidOid.
-// A C-level server call: run it inside ServerCall.
+// Kept per process until pg_proc or pg_namespace change (a DROP EXTENSION
+// drops the functions).  A C-level server call: run it inside ServerCall.
 Oid ExtensionSchemaC();
 }  // namespace dt::pg

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # CREATE EXTENSION document works on any database: other encodings, another
 # schema that is not on the search path; and stemming finds its WordNet
-# tables there.
+# tables there, also after the extension was dropped and made again in
+# another schema by the same session.
 set -euo pipefail
 fails=0
 check() {  # check WHAT GOT WANT
@@ -17,6 +18,12 @@ for enc in SQL_ASCII LATIN1 UTF8; do
     got=$(psql -X -q -A -t -d "$db" -c "SET search_path = public" \
         -c "INSERT INTO docs.wordnet_excl VALUES ('churches', 'kirk')" -c "SELECT docs.StemWord('churches')")
     check "$enc, trigger of another schema" "$got" "kirk"
+    # Dropped and made again in another schema within one session: the
+    # session's module finds the new schema (it keeps the schema it found).
+    got=$(psql -X -q -A -t -d "$db" -c "SET search_path = public" -c "SELECT docs.StemWord('mice')" \
+        -c "DROP EXTENSION document" -c "CREATE SCHEMA docs2" -c "CREATE EXTENSION document SCHEMA docs2" \
+        -c "SELECT docs2.StemWord('churches') || ' ' || docs2.StripAndStemText('The boxes')" | tr '\n' ' ')
+    check "$enc, again in another schema, one session" "$got" "mouse church box "
     psql -X -q -d "$db" -c "DROP EXTENSION document"
     got=$(psql -X -q -A -t -d "$db" -c "SELECT count(*) FROM pg_class WHERE relname LIKE 'wordnet%'")
     check "$enc, nothing left after DROP EXTENSION" "$got" "0"
