@@ -28,6 +28,26 @@ RowSet RowSetAndNot(const RowSet &a, const RowSet &b) {
 }
 
 namespace {
+// The operands of the chain of ORs at n, left to right: the left spine of
+// ORs is walked without recursion (the terms of a whole document make a
+// chain thousands long); an operand is anything but an OR on that spine.
+template <typename Node>
+std::vector<Node *> OrOperands(Node *n) {
+    std::vector<Node *> rights;
+    Node *m = n;
+    while (m && m->node_op == EXPR_OR) {
+        rights.push_back(m->node_right);
+        m = m->node_left;
+    }
+    std::vector<Node *> out;
+    out.reserve(rights.size() + 1);
+    out.push_back(m);
+    for (size_t i = rights.size(); i-- > 0;) out.push_back(rights[i]);
+    for (Node *o : out)
+        if (!o) ErrorRaiseVA("XD00B", "OP%d", kExprFreed);
+    return out;
+}
+
 RowSet Eval(const DocExprNode *n, const RowSource &src, int depth) {
     PollInterrupts();
     if (depth > kMaxExprDepth) ErrorRaiseVA("XD00B", "OP%d", n->node_op);
@@ -47,8 +67,19 @@ RowSet Eval(const DocExprNode *n, const RowSource &src, int depth) {
             return src.rowsWithTermAmong(second->node_word, left);
         return RowSetAnd(left, Eval(second, src, depth + 1));
     }
-    case EXPR_OR:
-        return RowSetOr(Eval(n->node_left, src, depth + 1), Eval(n->node_right, src, depth + 1));
+    case EXPR_OR: {
+        std::vector<const DocExprNode *> operands = OrOperands(n);
+        if (operands.size() == 2)
+            return RowSetOr(Eval(operands[0], src, depth + 1), Eval(operands[1], src, depth + 1));
+        RowSet out;
+        for (const DocExprNode *o : operands) {
+            RowSet r = Eval(o, src, depth + 1);
+            out.insert(out.end(), r.begin(), r.end());
+        }
+        std::sort(out.begin(), out.end());
+        out.erase(std::unique(out.begin(), out.end()), out.end());
+        return out;
+    }
     case EXPR_ANDNOT: {
         RowSet left = Eval(n->node_left, src, depth + 1);
         if (left.empty()) return left;
@@ -113,6 +144,44 @@ ResultTable Combine(const ResultTable &a, const ResultTable &b, SetOp op) {
         for (; i < ae.size(); i++) PutEntry(out, a, ae[i], nullptr, nullptr);
     if (op == SetOp::kOr)
         for (; j < be.size(); j++) PutEntry(out, b, be[j], nullptr, nullptr);
+    return out;
+}
+
+// The OR of tables, as combining them two at a time from the left would
+// give it: a row's hits in the order of the tables, its word count from
+// the last table that holds it.
+ResultTable CombineOr(const std::vector<ResultTable> &tables) {
+    struct Ref {
+        RowKey row;
+        uint32_t table, entry;
+    };
+    std::vector<Ref> refs;
+    size_t nhits = 0;
+    for (uint32_t t = 0; t < tables.size(); t++) {
+        for (uint32_t e = 0; e < tables[t].entries.size(); e++) refs.push_back(Ref{tables[t].entries[e].row, t, e});
+        nhits += tables[t].hits.size();
+    }
+    std::sort(refs.begin(), refs.end(), [](const Ref &a, const Ref &b) {
+        return a.row != b.row ? a.row < b.row : a.table < b.table;
+    });
+    ResultTable out;
+    out.hits.reserve(nhits);
+    size_t k = 0;
+    while (k < refs.size()) {
+        if ((k & 4095) == 0) PollInterrupts();
+        ResultEntry n = tables[refs[k].table].entries[refs[k].entry];
+        n.firstHit = (uint32_t)out.hits.size();
+        size_t end = k;
+        for (; end < refs.size() && refs[end].row == refs[k].row; end++) {
+            const ResultTable &from = tables[refs[end].table];
+            const ResultEntry &e = from.entries[refs[end].entry];
+            out.hits.insert(out.hits.end(), from.hits.begin() + e.firstHit, from.hits.begin() + e.firstHit + e.nhits);
+            n.wordcnt = e.wordcnt;
+        }
+        n.nhits = (uint32_t)(out.hits.size() - n.firstHit);
+        out.entries.push_back(n);
+        k = end;
+    }
     return out;
 }
 
@@ -194,8 +263,15 @@ ResultTable EvalEntries(DocExprNode *n, const EntrySource &src, int depth) {
         return Combine(left, EvalEntries(n->node_right, src, depth + 1), SetOp::kAnd);
     }
     case EXPR_OR: {
-        ResultTable left = EvalEntries(n->node_left, src, depth + 1);
-        return Combine(left, EvalEntries(n->node_right, src, depth + 1), SetOp::kOr);
+        std::vector<DocExprNode *> operands = OrOperands(n);
+        if (operands.size() == 2) {
+            ResultTable left = EvalEntries(operands[0], src, depth + 1);
+            return Combine(left, EvalEntries(operands[1], src, depth + 1), SetOp::kOr);
+        }
+        std::vector<ResultTable> tables;
+        tables.reserve(operands.size());
+        for (DocExprNode *o : operands) tables.push_back(EvalEntries(o, src, depth + 1));
+        return CombineOr(tables);
     }
     case EXPR_ANDNOT: {
         ResultTable left = EvalEntries(n->node_left, src, depth + 1);

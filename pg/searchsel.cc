@@ -144,6 +144,9 @@ constexpr size_t kMemoQueries = 16;
 // A larger query value (a whole document searched for as is) is read again
 // each time rather than kept.
 constexpr size_t kMemoValueBytes = 64 * 1024;
+// The leaf entries one planning keeps for its scans, per index: beyond
+// this (the words of a whole document), only their counts are kept.
+constexpr size_t kMemoEntryBytes = 256 * 1024;
 planner_hook_type previousPlanner = nullptr;
 
 PlannedStmt *CountingPlanner(Query *parse, const char *query_string, int cursorOptions, ParamListInfo boundParams) {
@@ -237,7 +240,11 @@ dt::pg::PlannedQuery::Figures ReadIndexFigures(Oid indexoid, const std::vector<s
             Size len = DtTermEntryItem(found[i], &item);
             dt::pg::PlannedEntries::Entry e;
             e.count = DtTermEntryCount(found[i]);
-            e.item.assign((const char *) item, len);
+            if (m->entries->keptBytes + len <= kMemoEntryBytes) {
+                e.kept = true;
+                e.item.assign((const char *) item, len);
+                m->entries->keptBytes += len;
+            }
             m->entries->words.emplace(*t[i], std::move(e));
         }
         ServerCall([&] {

@@ -73,10 +73,12 @@ struct PlannedEntries {
     Oid relfilenode = InvalidOid;
     uint32 changes = 0;
     struct Entry {
-        int64 count = 0;   // postings
-        std::string item;  // the leaf item as DtTermEntryItem gave it; empty: not in the index
+        int64 count = 0;    // postings
+        bool kept = false;  // item holds the entry (else the scan looks the word up)
+        std::string item;   // the leaf item as DtTermEntryItem gave it; empty: not in the index
     };
     std::unordered_map<std::string, Entry> words;
+    size_t keptBytes = 0;   // of the items kept
 };
 
 // The entries the latest planning looked up in index; null if none.

@@ -299,7 +299,7 @@ private:
         }
         if (!planned_) return nullptr;
         auto it = planned_->words.find(term);
-        return it == planned_->words.end() ? nullptr : &it->second;
+        return it == planned_->words.end() || !it->second.kept ? nullptr : &it->second;
     }
 
     Relation index_;

@@ -489,3 +489,53 @@ TEST(ResultEntries, ReadingWordsOnlyAmongTheOtherSideGivesTheSameAnswer) {
     }
     EXPECT_GT(amongCalls, 100);
 }
+
+// A chain of ORs of many words (a whole document's terms) gives what ORs
+// two at a time give: the rows, each row's hits in the order of the words,
+// its word count from the last word that holds it.  The chain goes left
+// (as queries made from documents are built); the same words nested to
+// the right are combined two at a time.
+TEST(ResultEntries, LongOrChainAsPairs) {
+    FakeIndex f;
+    const int n = 40;
+    uint64_t seed = 7;
+    auto rnd = [&seed] {
+        seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
+        return (uint32_t)(seed >> 33);
+    };
+    for (int i = 0; i < n; i++) {
+        LeafPostings p;
+        for (int r = 1; r <= 60; r++)
+            if (rnd() % 4 == 0) p.push_back({R(r), (int)(1 + rnd() % 5), 10 + rnd() % 90});
+        f.terms["w" + std::to_string(i)] = p;
+    }
+    ExprArena ar;
+    DocExprNode *left = nullptr;
+    for (int i = 0; i < n; i++) {
+        DocExprNode *leaf = Word(ar, "w" + std::to_string(i));
+        left = left ? Node(ar, EXPR_OR, left, leaf) : leaf;
+    }
+    DocExprNode *right = Word(ar, "w" + std::to_string(n - 1));
+    for (int i = n - 2; i >= 0; i--) right = Node(ar, EXPR_OR, Word(ar, "w" + std::to_string(i)), right);
+    ResultTable a = EvaluateEntries(left, f.Source());
+    ResultTable b = EvaluateEntries(right, f.Source());
+    ASSERT_GT(a.entries.size(), 10u);
+    ASSERT_EQ(a.entries.size(), b.entries.size());
+    for (size_t k = 0; k < a.entries.size(); k++) {
+        const ResultEntry &x = a.entries[k], &y = b.entries[k];
+        EXPECT_EQ(x.row, y.row);
+        EXPECT_EQ(x.wordcnt, y.wordcnt);
+        ASSERT_EQ(x.nhits, y.nhits);
+        for (uint32_t h = 0; h < x.nhits; h++) {
+            EXPECT_EQ(a.hits[x.firstHit + h].leaf->node_word, b.hits[y.firstHit + h].leaf->node_word);
+            EXPECT_EQ(a.hits[x.firstHit + h].count, b.hits[y.firstHit + h].count);
+        }
+    }
+    // Far longer than any nesting allowed.
+    DocExprNode *chain = nullptr;
+    for (int i = 0; i < 20000; i++) {
+        DocExprNode *leaf = Word(ar, "w" + std::to_string(i % n));
+        chain = chain ? Node(ar, EXPR_OR, chain, leaf) : leaf;
+    }
+    EXPECT_EQ(EvaluateEntries(chain, f.Source()).entries.size(), a.entries.size());
+}

@@ -108,3 +108,31 @@ TEST(ResultSet, ProbesTheLargerSideOfAnAnd) {
     EXPECT_TRUE(EvaluateRows(Node(a, EXPR_AND, Word(a, "none"), Node(a, EXPR_OR, Word(a, "big"), Word(a, "small"))), s).empty());
     EXPECT_TRUE(probed.empty());
 }
+
+// The terms of a whole document make a chain of ORs thousands long: it is
+// one union, not nested calls (nor a nesting error).
+TEST(ResultSet, LongOrChainIsOneUnion) {
+    ExprArena a;
+    Fake f;
+    const int n = 20000;
+    DocExprNode *tree = nullptr;
+    RowSet want;
+    for (int i = 0; i < n; i++) {
+        std::string w = "w" + std::to_string(i);
+        f.terms[w] = {(RowKey)(i % 997), (RowKey)(5000 + i)};
+        DocExprNode *leaf = Word(a, w);
+        tree = tree ? Node(a, EXPR_OR, tree, leaf) : leaf;
+    }
+    for (int i = 0; i < 997; i++) want.push_back((RowKey)i);
+    for (int i = 0; i < n; i++) want.push_back((RowKey)(5000 + i));
+    RowSet got = EvaluateRows(tree, f.Source());
+    EXPECT_EQ(got, want);
+    // Every term read once, left to right.
+    ASSERT_EQ(f.asked.size(), (size_t)n);
+    EXPECT_EQ(f.asked.front(), "w0");
+    EXPECT_EQ(f.asked.back(), "w" + std::to_string(n - 1));
+    // A chain under an AND and beside other operators.
+    f.asked.clear();
+    f.terms["x"] = {3, 5003, 999999};
+    EXPECT_EQ(EvaluateRows(Node(a, EXPR_AND, Word(a, "x"), tree), f.Source()), (RowSet{3, 5003}));
+}

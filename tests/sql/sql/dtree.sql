@@ -117,3 +117,28 @@ DROP ROLE dtree_reader;
 DROP TABLE t, empty_t, u;
 SELECT count(*) FROM pg_class WHERE relname IN ('t_dt', 'u_dt', 'empty_part');
 DROP FUNCTION f(text);
+
+-- A whole document searched for as is: its terms make one OR of thousands
+-- of words (here 6,000), which the index answers as the table scan does,
+-- ranked or not.
+CREATE FUNCTION pg_temp.word(x int) RETURNS text LANGUAGE sql IMMUTABLE AS
+$$ SELECT 'w' || translate(to_hex(x * 7919 % 1000003), '0123456789', 'ghijklmnop') $$;
+CREATE TABLE manyw (id int, body doc);
+INSERT INTO manyw SELECT g, dt_FromText((SELECT string_agg(pg_temp.word(x), ' ') FROM generate_series(g * 40, g * 40 + 39) x))
+  FROM generate_series(1, 300) g;
+CREATE TABLE bigdoc AS SELECT dt_FromText(string_agg(pg_temp.word(x), ' ')) AS d FROM generate_series(3000, 9000) x;
+SELECT count(*) AS terms FROM dt_Terms((SELECT d FROM bigdoc));
+CREATE INDEX manyw_dt ON manyw USING dtree (body);
+SET enable_seqscan = off;
+EXPLAIN (COSTS OFF) SELECT count(*) FROM manyw WHERE body % (SELECT d FROM bigdoc);
+SELECT count(*), min(id), max(id), sum(id) FROM manyw WHERE body % (SELECT d FROM bigdoc);
+SELECT count(*), min(m.id), max(m.id), bool_and(r.weight > 0) AS weighed
+  FROM dt_RankDocLike('manyw_dt', (SELECT d FROM bigdoc)) r JOIN manyw m ON m.ctid = r.row_id;
+RESET enable_seqscan;
+SET enable_indexscan = off;
+SET enable_bitmapscan = off;
+EXPLAIN (COSTS OFF) SELECT count(*) FROM manyw WHERE body % (SELECT d FROM bigdoc);
+SELECT count(*), min(id), max(id), sum(id) FROM manyw WHERE body % (SELECT d FROM bigdoc);
+RESET enable_indexscan;
+RESET enable_bitmapscan;
+DROP TABLE manyw, bigdoc;
