@@ -31,6 +31,11 @@ namespace {
 // The operands of the chain of ORs at n, left to right: the left spine of
 // ORs is walked without recursion (the terms of a whole document make a
 // chain thousands long); an operand is anything but an OR on that spine.
+// Up to this many operands, an OR chain is merged two at a time, from the
+// left (each merge linear); a longer one (a whole document's terms) is
+// gathered and sorted once, which two at a time would make quadratic.
+constexpr size_t kPairwiseOr = 32;
+
 template <typename Node>
 std::vector<Node *> OrOperands(Node *n) {
     std::vector<Node *> rights;
@@ -69,8 +74,11 @@ RowSet Eval(const DocExprNode *n, const RowSource &src, int depth) {
     }
     case EXPR_OR: {
         std::vector<const DocExprNode *> operands = OrOperands(n);
-        if (operands.size() == 2)
-            return RowSetOr(Eval(operands[0], src, depth + 1), Eval(operands[1], src, depth + 1));
+        if (operands.size() <= kPairwiseOr) {
+            RowSet out = Eval(operands[0], src, depth + 1);
+            for (size_t i = 1; i < operands.size(); i++) out = RowSetOr(out, Eval(operands[i], src, depth + 1));
+            return out;
+        }
         RowSet out;
         for (const DocExprNode *o : operands) {
             RowSet r = Eval(o, src, depth + 1);
@@ -264,9 +272,11 @@ ResultTable EvalEntries(DocExprNode *n, const EntrySource &src, int depth) {
     }
     case EXPR_OR: {
         std::vector<DocExprNode *> operands = OrOperands(n);
-        if (operands.size() == 2) {
-            ResultTable left = EvalEntries(operands[0], src, depth + 1);
-            return Combine(left, EvalEntries(operands[1], src, depth + 1), SetOp::kOr);
+        if (operands.size() <= kPairwiseOr) {
+            ResultTable out = EvalEntries(operands[0], src, depth + 1);
+            for (size_t i = 1; i < operands.size(); i++)
+                out = Combine(out, EvalEntries(operands[i], src, depth + 1), SetOp::kOr);
+            return out;
         }
         std::vector<ResultTable> tables;
         tables.reserve(operands.size());
