@@ -28,14 +28,14 @@ RowSet RowSetAndNot(const RowSet &a, const RowSet &b) {
 }
 
 namespace {
-// The operands of the chain of ORs at n, left to right: the left spine of
-// ORs is walked without recursion (the terms of a whole document make a
-// chain thousands long); an operand is anything but an OR on that spine.
 // Up to this many operands, an OR chain is merged two at a time, from the
 // left (each merge linear); a longer one (a whole document's terms) is
 // gathered and sorted once, which two at a time would make quadratic.
 constexpr size_t kPairwiseOr = 32;
 
+// The operands of the chain of ORs at n, left to right: the left spine of
+// ORs is walked without recursion (the terms of a whole document make a
+// chain thousands long); an operand is anything but an OR on that spine.
 template <typename Node>
 std::vector<Node *> OrOperands(Node *n) {
     std::vector<Node *> rights;

@@ -1,8 +1,8 @@
 #include "dtree_evaluate.h"
 
 #include <algorithm>
-#include <memory>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <unordered_map>
 
