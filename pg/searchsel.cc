@@ -23,6 +23,7 @@
 // the cost of a call and every index path's cost of that planning.
 #include "searchsel.h"
 
+#include <cstring>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -161,6 +162,16 @@ size_t ValueSize(Datum value) { return VARSIZE_ANY((const char *) DatumGetPointe
 
 std::string ValueBytes(Datum value) { return std::string((const char *) DatumGetPointer(value), ValueSize(value)); }
 
+// The memo of the query value of a search of this strategy, if kept.
+const QueryMemo *FindQueryMemo(int strategy, Datum value) {
+    size_t size = ValueSize(value);
+    if (size > kMemoValueBytes) return nullptr;
+    const char *bytes = (const char *) DatumGetPointer(value);
+    for (const QueryMemo &e : memo)
+        if (e.strategy == strategy && e.bytes.size() == size && memcmp(e.bytes.data(), bytes, size) == 0) return &e;
+    return nullptr;
+}
+
 // Drops the memo of an earlier planning.
 void MemoForThisPlanning() {
     if (memoPlanning == planning) return;
@@ -196,14 +207,19 @@ IndexMemo &AddIndexMemo(Oid indexoid, const DtMetaInfo &meta, Oid relfilenode) {
     return memoIndexes.back();
 }
 
+// The counters and relation file of an open index.  Runs inside ServerCall.
+void ReadIndexHeadC(Relation index, DtMetaInfo *mi, Oid *node) {
+    DtReadMeta(index, mi);
+    *node = index->rd_node.relNode;
+}
+
 IndexMemo &IndexMemoOf(Oid indexoid) {
     if (IndexMemo *m = FindIndexMemo(indexoid)) return *m;
     DtMetaInfo mi;
     Oid node = InvalidOid;
     ServerCall([&] {
         Relation index = index_open(indexoid, AccessShareLock);
-        DtReadMeta(index, &mi);
-        node = index->rd_node.relNode;
+        ReadIndexHeadC(index, &mi, &node);
         index_close(index, AccessShareLock);
     });
     return AddIndexMemo(indexoid, mi, node);
@@ -225,10 +241,7 @@ dt::pg::PlannedQuery::Figures ReadIndexFigures(Oid indexoid, const std::vector<s
         DtTermEntry **found = nullptr;
         ServerCall([&] {
             Relation index = index_open(indexoid, AccessShareLock);
-            if (readMeta) {
-                DtReadMeta(index, &mi);
-                node = index->rd_node.relNode;
-            }
+            if (readMeta) ReadIndexHeadC(index, &mi, &node);
             found = (DtTermEntry **) palloc0(sizeof(DtTermEntry *) * (n + 1));
             for (int i = 0; i < n; i++) found[i] = DtLookupTerm(index, t[i]->data(), (int) t[i]->size());
             index_close(index, AccessShareLock);
@@ -273,11 +286,7 @@ std::shared_ptr<const dt::pg::PlannedEntries> dt::pg::PlannedEntriesOf(Relation 
 
 std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum value) {
     MemoForThisPlanning();
-    bool keep = ValueSize(value) <= kMemoValueBytes;
-    std::string bytes = keep ? ValueBytes(value) : std::string();
-    if (keep)
-        for (QueryMemo &e : memo)
-            if (e.strategy == strategy && e.bytes == bytes) return e.q;
+    if (const QueryMemo *e = FindQueryMemo(strategy, value)) return e->q;
     auto q = std::make_shared<PlannedQuery>();
     q->parsed = PlannerSearchTree(q->arena, strategy, value, &q->tree, &q->cuts);
     // (The parse's open of the WordNet tables is the last one.)
@@ -288,19 +297,17 @@ std::shared_ptr<dt::pg::PlannedQuery> dt::pg::PlanQuery(int strategy, Datum valu
         });
     // (Parsing may have planned other statements: the memo is checked again.)
     MemoForThisPlanning();
-    if (!keep) return q;
+    if (ValueSize(value) > kMemoValueBytes) return q;
     if (memo.size() >= kMemoQueries) memo.erase(memo.begin());
-    memo.push_back(QueryMemo{strategy, std::move(bytes), q});
+    memo.push_back(QueryMemo{strategy, ValueBytes(value), q});
     return q;
 }
 
 bool dt::pg::PlannedScanTree(dt::ExprArena &arena, const ScanCondition &c, dt::DocExprNode **tree,
                              dt::ScanCuts *cuts) {
-    if (c.strategy == 3 || memo.empty() || ValueSize(c.argument) > kMemoValueBytes) return false;
-    std::string bytes = ValueBytes(c.argument);
-    const PlannedQuery *q = nullptr;
-    for (const QueryMemo &e : memo)
-        if (e.strategy == c.strategy && e.bytes == bytes) q = e.q.get();
+    if (c.strategy == 3) return false;
+    const QueryMemo *e = FindQueryMemo(c.strategy, c.argument);
+    std::shared_ptr<const PlannedQuery> q = e ? e->q : nullptr;
     if (!q || !q->parsed || q->wordnetVersion.empty()) return false;
     {
         WordnetScope wn;
