@@ -38,14 +38,16 @@ echo "== $(date -u +%Y-%m-%dT%H:%MZ) ranked top 10 over $n WordNet noun glosses,
 echo "dtree plan: $plan"
 psql -X -q -P footer=off <<'SQL'
 WITH kinds(kind, ord) AS (VALUES ('one term', 1), ('two terms or', 2), ('three terms or', 3)),
-runs AS (
+sides AS (
   SELECT kind, ord,
-         timings(kind, 'SELECT count(*) FROM (SELECT id FROM gdocs WHERE body @@ $1 ORDER BY body <=> $1 LIMIT 10) s', 'q') AS dt,
-         timings(kind, 'SELECT count(*) FROM (SELECT id FROM gtsv WHERE tsv @@ to_tsquery(''english'', $1)
-                          ORDER BY ts_rank(tsv, to_tsquery(''english'', $1)) DESC LIMIT 10) s', 'tq') AS gin,
-         timings(kind, 'SELECT count(*) FROM (SELECT id FROM grum WHERE tsv @@ to_tsquery(''english'', $1)
-                          ORDER BY tsv <=> to_tsquery(''english'', $1) LIMIT 10) s', 'tq') AS rum
-    FROM kinds)
+         timings_sides(kind, ARRAY['SELECT count(*) FROM (SELECT id FROM gdocs WHERE body @@ $1 ORDER BY body <=> $1 LIMIT 10) s',
+                                   'SELECT count(*) FROM (SELECT id FROM gtsv WHERE tsv @@ to_tsquery(''english'', $1)
+                                      ORDER BY ts_rank(tsv, to_tsquery(''english'', $1)) DESC LIMIT 10) s',
+                                   'SELECT count(*) FROM (SELECT id FROM grum WHERE tsv @@ to_tsquery(''english'', $1)
+                                      ORDER BY tsv <=> to_tsquery(''english'', $1) LIMIT 10) s'],
+                       ARRAY['q', 'tq', 'tq']) AS t
+    FROM kinds),
+runs AS (SELECT kind, ord, t[1:1][:] AS dt, t[2:2][:] AS gin, t[3:3][:] AS rum FROM sides)
 SELECT kind,
        round(pct(dt, 0.5)::numeric, 3) AS dtree_p50, round(pct(gin, 0.5)::numeric, 3) AS gin_p50,
        round(pct(rum, 0.5)::numeric, 3) AS rum_p50,

@@ -34,18 +34,21 @@ n=$(psql -X -qtA -c "SELECT count(*) FROM gdocs")
 echo "== $(date -u +%Y-%m-%dT%H:%MZ) searches over $n WordNet noun glosses, 200 queries of each kind ($(git rev-parse --short HEAD 2>/dev/null)); milliseconds"
 psql -X -q -P footer=off <<'SQL'
 WITH kinds(kind, ord) AS (VALUES ('one term', 1), ('two terms and', 2), ('three terms or', 3), ('and, and not', 4)),
-runs AS (
+sides AS (
   SELECT kind, ord, 'count(*)' AS what,
-         timings(kind, 'SELECT count(*) FROM gdocs WHERE body @@ $1', 'q') AS dt,
-         timings(kind, 'SELECT count(*) FROM gdocs WHERE Contains(body, $1)', 'q') AS fn,
-         timings(kind, 'SELECT count(*) FROM gtsv WHERE tsv @@ to_tsquery(''english'', $1)', 'tq') AS gin
+         timings_sides(kind, ARRAY['SELECT count(*) FROM gdocs WHERE body @@ $1',
+                                   'SELECT count(*) FROM gdocs WHERE Contains(body, $1)',
+                                   'SELECT count(*) FROM gtsv WHERE tsv @@ to_tsquery(''english'', $1)'],
+                       ARRAY['q', 'q', 'tq']) AS t
     FROM kinds
   UNION ALL
   SELECT kind, ord, '100 rows',
-         timings(kind, 'SELECT count(*) FROM (SELECT id FROM gdocs WHERE body @@ $1 LIMIT 100) s', 'q'),
-         timings(kind, 'SELECT count(*) FROM (SELECT id FROM gdocs WHERE Contains(body, $1) LIMIT 100) s', 'q'),
-         timings(kind, 'SELECT count(*) FROM (SELECT id FROM gtsv WHERE tsv @@ to_tsquery(''english'', $1) LIMIT 100) s', 'tq')
-    FROM kinds)
+         timings_sides(kind, ARRAY['SELECT count(*) FROM (SELECT id FROM gdocs WHERE body @@ $1 LIMIT 100) s',
+                                   'SELECT count(*) FROM (SELECT id FROM gdocs WHERE Contains(body, $1) LIMIT 100) s',
+                                   'SELECT count(*) FROM (SELECT id FROM gtsv WHERE tsv @@ to_tsquery(''english'', $1) LIMIT 100) s'],
+                       ARRAY['q', 'q', 'tq'])
+    FROM kinds),
+runs AS (SELECT kind, ord, what, t[1:1][:] AS dt, t[2:2][:] AS fn, t[3:3][:] AS gin FROM sides)
 SELECT kind, what,
        round(pct(dt, 0.5)::numeric, 3) AS dtree_p50, round(pct(dt, 0.99)::numeric, 3) AS dtree_p99,
        round(pct(fn, 0.5)::numeric, 3) AS contains_p50,

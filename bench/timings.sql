@@ -16,6 +16,13 @@
 -- less from run to run than one of a single pass, where a few
 -- milliseconds of a busy machine shift a whole side.  pct(a, p) is the
 -- p-th percentile of them.
+-- timings_sides(kind, tmpls, cols) times several sides of a comparison
+-- (template tmpls[i] with column cols[i]) by timings(), in three rounds
+-- that take turns (1, 2, 3; then 3, 2, 1; then 1, 2, 3): a slow spell of a
+-- shared machine then falls on every side alike, where timing one side
+-- after the other let it fall on one.  Each round warms its side up again.
+-- Returns a two-dimensional array: row i holds the times of side i over
+-- the three rounds (t[i:i][:] is a valid argument of pct).
 CREATE FUNCTION timings(kind text, tmpl text, col text) RETURNS float8[] LANGUAGE plpgsql AS $$
 DECLARE r record; t0 timestamptz; ms float8[] := '{}'; dummy bigint;
 BEGIN
@@ -30,6 +37,27 @@ BEGIN
     END LOOP;
   END LOOP;
   RETURN ms;
+END $$;
+CREATE FUNCTION timings_sides(kind text, tmpls text[], cols text[]) RETURNS float8[] LANGUAGE plpgsql AS $$
+DECLARE ns int := cardinality(tmpls); n int; s int; k int; got float8[]; res float8[];
+BEGIN
+  SELECT 5 * count(*) INTO n FROM queries q WHERE q.kind = timings_sides.kind;
+  got := array_fill(NULL::float8, ARRAY[3 * ns, n]);
+  FOR r IN 1..3 LOOP
+    FOR j IN 1..ns LOOP
+      s := CASE WHEN r % 2 = 1 THEN j ELSE ns + 1 - j END;
+      k := (r - 1) * ns + s;
+      got[k:k][1:n] := ARRAY[timings(kind, tmpls[s], cols[s])];
+    END LOOP;
+  END LOOP;
+  res := array_fill(NULL::float8, ARRAY[ns, 3 * n]);
+  FOR s IN 1..ns LOOP
+    FOR r IN 1..3 LOOP
+      k := (r - 1) * ns + s;
+      res[s:s][(r - 1) * n + 1:r * n] := got[k:k][1:n];
+    END LOOP;
+  END LOOP;
+  RETURN res;
 END $$;
 CREATE FUNCTION pct(a float8[], p float8) RETURNS float8 LANGUAGE sql AS
 $$ SELECT percentile_cont(p) WITHIN GROUP (ORDER BY x) FROM unnest(a) x $$;
