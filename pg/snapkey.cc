@@ -9,20 +9,21 @@ extern "C" {
 
 namespace dt::pg {
 
-bool SameSnapshot(const SnapKey &k) {
-    if (!k.valid) return false;
+SnapMatch MatchSnapshot(const SnapKey &k, CommandId *curcid) {
+    if (!k.valid) return SnapMatch::kDiffers;
     return ServerCall([&] {
-        if (!ActiveSnapshotSet()) return false;
+        if (!ActiveSnapshotSet()) return SnapMatch::kDiffers;
         Snapshot s = GetActiveSnapshot();
-        if (s->snapshot_type != SNAPSHOT_MVCC || MyProc->lxid != k.lxid || s->curcid != k.curcid ||
-            s->xmin != k.xmin || s->xmax != k.xmax || s->suboverflowed != k.suboverflowed ||
-            s->xcnt != k.xip.size() || (uint32)s->subxcnt != k.subxip.size())
-            return false;
+        if (s->snapshot_type != SNAPSHOT_MVCC || MyProc->lxid != k.lxid || s->xmin != k.xmin ||
+            s->xmax != k.xmax || s->suboverflowed != k.suboverflowed || s->xcnt != k.xip.size() ||
+            (uint32)s->subxcnt != k.subxip.size())
+            return SnapMatch::kDiffers;
         for (uint32 i = 0; i < s->xcnt; i++)
-            if (s->xip[i] != k.xip[i]) return false;
+            if (s->xip[i] != k.xip[i]) return SnapMatch::kDiffers;
         for (int32 i = 0; i < s->subxcnt; i++)
-            if (s->subxip[i] != k.subxip[i]) return false;
-        return true;
+            if (s->subxip[i] != k.subxip[i]) return SnapMatch::kDiffers;
+        if (curcid) *curcid = s->curcid;
+        return s->curcid == k.curcid ? SnapMatch::kSame : SnapMatch::kOtherCommand;
     });
 }
 

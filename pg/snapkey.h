@@ -23,9 +23,15 @@ struct SnapKey {
     std::vector<TransactionId> xip, subxip;
 };
 
-// Whether the active snapshot is the one of key (no allocation).  False
-// when the key is not valid or no MVCC snapshot is active.
-bool SameSnapshot(const SnapKey &k);
+// How the active snapshot compares with the one of a key: the same; the
+// same but for its command (it sees what the transaction itself did up to
+// another command, and all else alike); or different (also when the key is
+// not valid or no MVCC snapshot is active).  No allocation.
+enum class SnapMatch { kDiffers, kSame, kOtherCommand };
+SnapMatch MatchSnapshot(const SnapKey &k, CommandId *curcid);
+
+// Whether the active snapshot is the one of key.
+inline bool SameSnapshot(const SnapKey &k) { return MatchSnapshot(k, nullptr) == SnapMatch::kSame; }
 
 // The key of the active snapshot; not valid when there is no active MVCC
 // snapshot.

@@ -68,6 +68,15 @@ bool callbacks_registered = false;
 // The snapshot the state was opened under: a later open under a snapshot
 // that sees the same rows takes the state over as it is.
 SnapKey open_snap;
+// Commands whose snapshots, alike to open_snap but for the command, were
+// found to see the WordNet tables as the state does (the same version
+// row): a function run by a writing statement plans each of its queries
+// under the statement's snapshot and runs it under one of a later command,
+// and both may take the state over.  What a snapshot of a given command
+// sees of the transaction's own changes no longer changes.
+constexpr int kSameCommands = 4;
+CommandId same_cids[kSameCommands];
+int n_same_cids = 0;
 ProcessUtility_hook_type prev_utility_hook = nullptr;
 
 bool stem_cache_setting = true;
@@ -355,6 +364,28 @@ const MorphLexicon &ServerLexicon() {
 
 std::string StopWordPathFromHome() { return StopWordPath(); }
 
+// Whether the active snapshot sees the WordNet tables as the parked state's
+// does: the same snapshot, or one of another command of the same
+// transaction under which the version row reads the same (each statement
+// that changes the tables bumps that row).
+bool SeesStateTables() {
+    CommandId cid = InvalidCommandId;
+    SnapMatch m = MatchSnapshot(open_snap, &cid);
+    if (m == SnapMatch::kSame) return true;
+    if (m == SnapMatch::kDiffers || !cache_key[0]) return false;
+    for (int i = 0; i < n_same_cids; i++)
+        if (same_cids[i] == cid) return true;
+    char key[sizeof cache_key];
+    DocWordnet *w = DocWordnetPtr;
+    ServerCall([&] {
+        ReadCacheKey(dt::pg::ExtensionSchemaC(), RelationGetRelid(w->dwn_stemindex), RelationGetRelid(w->dwn_exclindex),
+                     GetActiveSnapshot(), key, sizeof key);
+    });
+    if (strcmp(key, cache_key) != 0) return false;
+    if (n_same_cids < kSameCommands) same_cids[n_same_cids++] = cid;
+    return true;
+}
+
 }  // namespace
 
 int _dt_OpenWordnet() {
@@ -363,7 +394,7 @@ int _dt_OpenWordnet() {
         // Parked: taken over under a snapshot that sees the same rows, in
         // the subtransaction that opened it; the version key and the stem
         // cache stay as they are.
-        if (DocWordnetPtr->dwn_subid == GetCurrentSubTransactionId() && SameSnapshot(open_snap)) {
+        if (DocWordnetPtr->dwn_subid == GetCurrentSubTransactionId() && SeesStateTables()) {
             WordnetOpenCnt = 1;
             return 1;
         }
@@ -376,6 +407,7 @@ int _dt_OpenWordnet() {
     if (rc == 1) ErrorRaiseVA("XD00C", "TABNAME%s", "wordnet_stems_index");
     if (rc == 2) ErrorRaiseVA("XD00D", "TABNAME%s", "wordnet_excl_index");
     open_snap = CurrentSnapKey();
+    n_same_cids = 0;
     snprintf(cache_key, sizeof cache_key, "%s", key);
     StemCacheValidate(stem_cache, cache_key);
     return 1;

@@ -1,5 +1,6 @@
 -- The WordNet relations and scans are kept between uses in a transaction
--- and taken over by the next use under the same snapshot; they never stand
+-- and taken over by the next use under the same snapshot (or one of
+-- another command that reads the same version row); they never stand
 -- in the way of commands on the tables, never outlive the subtransaction
 -- that opened them, and never show another snapshot's rows.
 \set VERBOSITY default
@@ -67,3 +68,38 @@ SELECT id, stem_or_error(w), StemWord(left(w, 10)) FROM reuse_words ORDER BY id;
 SELECT dt_WordnetIsOpen();
 DROP FUNCTION stem_or_error(text);
 DROP TABLE reuse_words;
+
+-- A function run by a writing statement plans each of its queries under
+-- the statement's snapshot and runs it under a snapshot of its own, later
+-- command.  The tables are taken over between the two while they read the
+-- same; a change of them in between is seen by the next query, and the
+-- statement's own snapshot never sees it.
+CREATE TABLE reuse_docs (id int, body doc);
+INSERT INTO reuse_docs VALUES (1, dt_FromText('a dog barks at night')), (2, dt_FromText('zorgs run in the hills')),
+    (3, dt_FromText('a cat sleeps'));
+CREATE INDEX reuse_docs_dt ON reuse_docs USING dtree (body);
+CREATE FUNCTION zorgs_rounds() RETURNS text LANGUAGE plpgsql AS $$
+DECLARE out text := ''; r text;
+BEGIN
+    FOR i IN 1..3 LOOP
+        IF i = 2 THEN INSERT INTO wordnet_excl VALUES ('zorgs', 'dog'); END IF;
+        IF i = 3 THEN DELETE FROM wordnet_excl WHERE inflected = 'zorgs'; END IF;
+        EXECUTE 'SELECT string_agg(id::text, '','' ORDER BY id) FROM (SELECT id FROM reuse_docs WHERE body @@ $1
+                   ORDER BY body <=> $1 LIMIT 10) s' INTO r USING 'zorgs';
+        out := out || format('round %s: ranked %s', i, coalesce(r, '-'));
+        EXECUTE 'SELECT string_agg(id::text, '','' ORDER BY id) FROM reuse_docs WHERE body @@ $1' INTO r USING 'zorgs';
+        out := out || format(', rows %s, stem %s; ', coalesce(r, '-'), StemWord('zorgs'));
+    END LOOP;
+    RETURN out;
+END $$;
+SET enable_seqscan = off;
+BEGIN;
+CREATE TEMP TABLE zorgs_out AS SELECT zorgs_rounds() AS rounds;
+TABLE zorgs_out;
+INSERT INTO zorgs_out SELECT zorgs_rounds();
+SELECT rounds FROM zorgs_out OFFSET 1;
+ROLLBACK;
+RESET enable_seqscan;
+SELECT count(*) AS left_behind FROM wordnet_excl WHERE inflected = 'zorgs';
+DROP FUNCTION zorgs_rounds();
+DROP TABLE reuse_docs;
