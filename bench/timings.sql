@@ -39,22 +39,14 @@ BEGIN
   RETURN ms;
 END $$;
 CREATE FUNCTION timings_sides(kind text, tmpls text[], cols text[]) RETURNS float8[] LANGUAGE plpgsql AS $$
-DECLARE ns int := cardinality(tmpls); n int; s int; k int; got float8[]; res float8[];
+DECLARE ns int := cardinality(tmpls); n int; s int; res float8[];
 BEGIN
   SELECT 5 * count(*) INTO n FROM queries q WHERE q.kind = timings_sides.kind;
-  got := array_fill(NULL::float8, ARRAY[3 * ns, n]);
+  res := array_fill(NULL::float8, ARRAY[ns, 3 * n]);
   FOR r IN 1..3 LOOP
     FOR j IN 1..ns LOOP
       s := CASE WHEN r % 2 = 1 THEN j ELSE ns + 1 - j END;
-      k := (r - 1) * ns + s;
-      got[k:k][1:n] := ARRAY[timings(kind, tmpls[s], cols[s])];
-    END LOOP;
-  END LOOP;
-  res := array_fill(NULL::float8, ARRAY[ns, 3 * n]);
-  FOR s IN 1..ns LOOP
-    FOR r IN 1..3 LOOP
-      k := (r - 1) * ns + s;
-      res[s:s][(r - 1) * n + 1:r * n] := got[k:k][1:n];
+      res[s:s][(r - 1) * n + 1:r * n] := ARRAY[timings(kind, tmpls[s], cols[s])];
     END LOOP;
   END LOOP;
   RETURN res;
