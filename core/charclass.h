@@ -40,13 +40,17 @@ extern const WordCharset *word_charset;
 // Bytes of the character at s (s[0] != 0) and, in *cls, its class bits.
 inline int WordCharAt(const char *s, int *cls) {
     unsigned char c = (unsigned char)*s;
-    if (c < 0x80 || !detail::word_charset) {
+    // Read once: measuring a character may install another charset (the
+    // server installs the real one on first use, possibly none at all), and
+    // the class must come from the charset that measured it.
+    const WordCharset *cs = detail::word_charset;
+    if (c < 0x80 || !cs) {
         *cls = (IsAlphaChar(c) ? kCharAlpha : 0) | (IsAlnumChar(c) ? kCharAlnum : 0);
         return 1;
     }
     const unsigned char *u = (const unsigned char *)s;
-    int len = detail::word_charset->charLen(u);
-    *cls = detail::word_charset->classify(u, len);
+    int len = cs->charLen(u);
+    *cls = cs->classify(u, len);
     return len;
 }
 

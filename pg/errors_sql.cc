@@ -46,8 +46,16 @@ Datum pgdoc_dt_RaiseError(PG_FUNCTION_ARGS) {
         std::vector<dt::ErrorParam> params;
         if (PG_NARGS() > 1 && !dt::pg::ArgIsNull(fcinfo, 1)) {
             std::vector<std::optional<std::string>> elems = dt::pg::TextArrayArg(fcinfo, 1);
-            for (size_t i = 0; i + 1 < elems.size(); i += 2)
-                params.push_back({elems[i].value_or(""), elems[i + 1].value_or("(null)")});
+            if (elems.size() % 2 != 0)
+                throw dt::Error::User("dt_RaiseError: parameter \"" + elems.back().value_or("") +
+                                          "\" has no value",
+                                      "22023", "Give the parameters as pairs of name and value.");
+            for (size_t i = 0; i < elems.size(); i++)
+                if (!elems[i])
+                    throw dt::Error::User("dt_RaiseError: parameter " + std::string(i % 2 ? "value" : "name") +
+                                              " " + std::to_string(i / 2 + 1) + " is null",
+                                          "22004", "Give every name and value of the parameters as text.");
+            for (size_t i = 0; i + 1 < elems.size(); i += 2) params.push_back({*elems[i], *elems[i + 1]});
         }
         throw dt::Error(code, params);
     });

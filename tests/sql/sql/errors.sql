@@ -38,6 +38,14 @@ SELECT dt_RaiseError('22T02', 'TYPE', 'PutClientFile', 'STRING', '(null)', 'SYNT
 SELECT dt_RaiseError('ZZZZZ');
 \echo :LAST_ERROR_SQLSTATE
 
+-- Parameters come in pairs of name and value, none of them null.
+SELECT dt_RaiseError('XD00M', VARIADIC ARRAY[NULL,NULL]::text[]);
+\echo :LAST_ERROR_SQLSTATE
+SELECT dt_RaiseError('XD00M', 'FILENAME', NULL);
+\echo :LAST_ERROR_SQLSTATE
+SELECT dt_RaiseError('XD00M', 'FILENAME');
+\echo :LAST_ERROR_SQLSTATE
+
 -- Errors raised by real code paths.
 SELECT 'NoCopyText:/a/b'::doc;
 \echo :LAST_ERROR_SQLSTATE
