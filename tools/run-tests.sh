@@ -33,7 +33,7 @@ passed=$((passed + u_pass)); failed=$((failed + u_fail))
 [ "$u_fail" != 0 ] && failures+=("unit tests (see $out/unit.log)")
 
 # ---- static checks -------------------------------------------------------------
-# The C++/server boundary rules (pg/boundary.h) that the compiler cannot see.
+# The C++/server boundary rules (pg/server/boundary.h) that the compiler cannot see.
 echo "== boundary check"
 if python3 tools/check-boundary.py --self-test >"$out/boundary.log" 2>&1 &&
    python3 tools/check-boundary.py >>"$out/boundary.log" 2>&1; then
