@@ -33,7 +33,6 @@
 #include "docstats.h"
 #include "doclayout.h"
 #include "docvalue.h"
-#include "dtree_cost.h"
 #include "dtree_read.h"
 #include "searchquery.h"
 #include "treeselectivity.h"
