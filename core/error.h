@@ -12,7 +12,7 @@
 //   dt::User_ErrorRaise("index not a dtree index");
 //
 // The server layer turns an Error into ereport(ERROR) at every SQL entry point
-// (see pg/boundary.h); nothing else may catch it silently.
+// (see pg/server/boundary.h); nothing else may catch it silently.
 #pragma once
 
 #include <cstddef>

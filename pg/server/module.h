@@ -23,7 +23,7 @@ std::string HomeDir();
 std::string TempBaseDir();
 // This backend's own directory for temporary files: TempBaseDir() + "/"
 // + "document." + the backend's process id, made (mode 0700) on first use
-// and removed when the backend exits (pg/tempfile.cc).
+// and removed when the backend exits (pg/server/tempfile.cc).
 std::string TempDir();
 
 // The schema of the extension "document" in this database, or InvalidOid.
