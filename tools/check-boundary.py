@@ -164,14 +164,11 @@ LONG_FUNCTIONS = {
     "pg/queries/query_sql.cc:pgdoc_dt_search_support",
 }
 # Circles of units that are still to be broken, each as the sorted list of
-# its units: the access method's internal header declares the tree walk of
-# dtree_read.cc while dtree_read.h is below the page layout it includes.
-# Large objects are written with raised rights (loownership.cc), and a
-# module-owned large object is copied with the reading and writing of
-# largeobject.cc.
+# its units.  Large objects are written with raised rights (loownership.cc),
+# and a module-owned large object is copied with the reading and writing
+# of largeobject.cc.
 KNOWN_CIRCLES = {
     ("pg/documents/largeobject", "pg/documents/loownership"),
-    ("pg/dtree/dtree_internal", "pg/dtree/dtree_page", "pg/dtree/dtree_read"),
 }
 
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*"([^"]+)"', re.M)
@@ -281,8 +278,14 @@ def check_layout(root, findings):
                 if last - first + 1 > MAX_FUNCTION_LINES and "%s:%s" % (rel, name) not in LONG_FUNCTIONS:
                     findings.append("%s:%d: function %s has %d lines, more than %d" % (
                         rel, first, name, last - first + 1, MAX_FUNCTION_LINES))
-    for cycle in circles(arrows):
-        if tuple(sorted(cycle)) in KNOWN_CIRCLES:
+    groups = circles(arrows)
+    for known in sorted(KNOWN_CIRCLES):
+        if known[0] + ".h" in files or known[0] + ".cc" in files:
+            if known not in [group for group, cycle in groups]:
+                findings.append("%s:1: the circle %s is broken: take it off KNOWN_CIRCLES" % (
+                    sorted(r for r in files if unit_of(r) == known[0])[0], " -> ".join(known)))
+    for group, cycle in groups:
+        if group in KNOWN_CIRCLES:
             continue
         findings.append("%s:1: include circle: %s" % (
             sorted(r for r in files if unit_of(r) == cycle[0])[0], " -> ".join(cycle + [cycle[0]])))
@@ -297,8 +300,8 @@ def check_layout(root, findings):
 
 
 def circles(arrows):
-    """One cycle (a list of units) for each strongly connected group of more
-    than one unit (Tarjan)."""
+    """For each strongly connected group of more than one unit (Tarjan): the
+    group (its units sorted) and one cycle through it."""
     index, low, stack, on, out = {}, {}, [], set(), []
     counter = [0]
 
@@ -322,7 +325,7 @@ def circles(arrows):
                 if w == v:
                     break
             if len(group) > 1:
-                out.append(cycle_in(sorted(group), arrows))
+                out.append((tuple(sorted(group)), cycle_in(sorted(group), arrows)))
 
     for v in sorted(arrows):
         if v not in index:

@@ -11,12 +11,9 @@ extern "C" {
 }
 
 #include "dtree_page.h"
+#include "dtree_read.h"
 #include "postingcodec.h"
 
-// The leaf whose range holds key, from root down (moving right where a
-// high key says so); path, when given, gets the internal pages passed and
-// *depth their number.  InvalidBlockNumber when root is.
-BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int keylen, BlockNumber *path, int *depth);
 // The internal page holding the downlink to child, locked in mode: the
 // page start (the child's parent when a descent passed it) or one to its
 // right, where a split of the parent moved the downlink.  Tree pages keep
@@ -24,26 +21,6 @@ BlockNumber DtDescend(Relation index, BlockNumber root, const char *key, int key
 // index-corrupted when no page has it, or returns InvalidBuffer if
 // missing_ok.
 Buffer DtLockParent(Relation index, BlockNumber start, BlockNumber child, int mode, bool missing_ok);
-// The root of the term tree, or InvalidBlockNumber while it is empty.  The
-// block is kept in the relation's cache (dropped with it when the index
-// gets a new file) and read from the meta page only when the page it names
-// is no root any more, so that descents do not all lock the meta page,
-// which every writer changes.  Any page that was the root is a good start
-// for a descent (it is the leftmost of its level), only longer.
-BlockNumber DtRoot(Relation index);
-// The same for a caller that holds the leaves held[0..nheld-1] locked: a
-// cached root among them (a leaf that was the root before the tree grew)
-// is not looked at but read again from the meta page.
-BlockNumber DtRootNotHeld(Relation index, const Buffer *held, int nheld);
-// The leftmost leaf, or InvalidBlockNumber for an empty tree.
-BlockNumber DtLeftmostLeaf(Relation index);
-
-// The leaf entry of key, copied into palloc'd memory (its length in *len),
-// or NULL.
-DtItemHeader *DtLookupEntry(Relation index, const char *key, int keylen, Size *len);
-
-// The document list with every document, also those without terms.
-DtPostingIter *DtBeginDocList(Relation index);
 
 // Adds one posting to key's entry (made when missing) and the deltas to
 // the meta counters, in one WAL record.  Takes buffer locks only; any

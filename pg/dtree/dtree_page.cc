@@ -202,18 +202,3 @@ Page DtScratchPage(int i) {
 }
 
 void DtCopyPage(Page dst, Buffer buf) { memcpy(dst, BufferGetPage(buf), BLCKSZ); }
-
-// ---- the read interface: counters ----------------------------------------
-
-void DtReadMeta(Relation index, DtMetaInfo *out) {
-    DTMetaPageData m;
-    DtMetaExtra x;
-    DtReadMetaPage(index, &m, &x);
-    out->numterms = m.dtm_numterms;
-    out->numdocs = m.dtm_numdocs;
-    out->ndistinct = x.ndistinct;
-    out->npostings = x.npostings;
-    out->root = x.root;
-    out->height = x.height;
-    out->changes = x.changes;
-}

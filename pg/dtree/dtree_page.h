@@ -20,7 +20,6 @@ extern "C" {
 #include "utils/rel.h"
 }
 
-#include "dtree_read.h"
 #include "postingcodec.h"
 
 #define DTREE_MAGIC ((int32) 0xAEAEAEAE)

@@ -1,7 +1,6 @@
 // Reading postings: term lookup down the tree, then the entry's inline list
 // or its chain of posting pages, one page at a time.
-#include "dtree_page.h"
-#include "dtree_internal.h"
+#include "dtree_read.h"
 
 #include <cstring>
 
@@ -39,6 +38,20 @@ struct DtPostingIter {
 // Postings decoded at a time by DtNextPosting, and by a skip (DtSkipTo,
 // DtRowsHeld) once it has passed the postings below its target (the next
 // target is often far).
+// The counters of the meta page.
+void DtReadMeta(Relation index, DtMetaInfo *out) {
+    DTMetaPageData m;
+    DtMetaExtra x;
+    DtReadMetaPage(index, &m, &x);
+    out->numterms = m.dtm_numterms;
+    out->numdocs = m.dtm_numdocs;
+    out->ndistinct = x.ndistinct;
+    out->npostings = x.npostings;
+    out->root = x.root;
+    out->height = x.height;
+    out->changes = x.changes;
+}
+
 #define DT_DECODE_BATCH 128
 #define DT_SKIP_BATCH 4
 
