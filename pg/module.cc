@@ -8,6 +8,7 @@
 #include "wordnet.h"
 #include "interrupt.h"
 #include "searchsel.h"
+#include "rankingsettings.h"
 
 #include <sys/stat.h>
 
@@ -102,6 +103,7 @@ void _PG_init(void) {
         "writes values that a superuser's restore takes back without reading any file.",
         &dt::pg::dump_stored_form_setting, false, PGC_SUSET, 0, nullptr, nullptr, nullptr);
     dt::pg::DefineTextAnalysisSettings();
+    dt::pg::DefineRankingSettings();
     dt::pg::LargeObjectOwnershipInit();
     // Long loops of the core give the server's cancels and timeouts a say.
     dt::SetInterruptPoll(&dt::pg::CheckInterrupts);
