@@ -135,14 +135,22 @@ for spec in "format(/bin/sh)" "format(\$(touch $WORK/pwned5))" "format(wordperfe
     out=$(r -c "INSERT INTO docs VALUES (30, '$spec:$D/ls.1')" 2>&1)
     has "XD00N" "$out" "$spec: refused with the conversion error"
 done
-# A step of the role's own, found first on its search path: it runs with
-# the role's rights only, so it cannot run a program either.
+# A step of the role's own, named like the module's and found first on its
+# search path, is never taken for it: a bare step name is looked up in the
+# extension's schema only.
 r -c "CREATE FUNCTION public.evil_step(i text, o text) RETURNS text LANGUAGE plpgsql AS \$\$
       BEGIN EXECUTE format('COPY (SELECT 1) TO PROGRAM %L', 'touch $WORK/pwned7'); RETURN o; END \$\$" >/dev/null
 psql -X -q -c "CREATE SCHEMA mine AUTHORIZATION reader" >/dev/null
 r -c "CREATE FUNCTION mine.ps2ascii(i text, o text) RETURNS text LANGUAGE sql AS \$\$ SELECT public.evil_step(i, o) \$\$" >/dev/null
 out=$(PGOPTIONS="-c search_path=mine,public" r -c "INSERT INTO docs VALUES (31, 'format(postscript):$D/ls.ps')" 2>&1)
+same "" "$out" "a step on the role's search path named like the module's is not run"
+same "1" "$(r -c "SELECT count(*) FROM docs WHERE id = 31 AND Contains(d, 'alphabetically')")" "the module's own step converted the document"
+# Named with its schema in a row, the role's own step runs with the role's
+# rights only, so it cannot run a program either.
+psql -X -q -c "INSERT INTO \"DocumentConversions\" VALUES ('mine', 'ascii', 'mine.ps2ascii')" >/dev/null
+out=$(r -c "INSERT INTO docs VALUES (35, 'format(mine):$D/ls.ps')" 2>&1)
 has "pg_execute_server_program" "$out" "the role's own step runs with its own rights: no program"
+psql -X -q -c "DELETE FROM \"DocumentConversions\" WHERE source_format = 'mine'" >/dev/null
 # Even when the table's owner lets someone add rows, their code is never run
 # for anyone else (here, a superuser).
 psql -X -q -c "GRANT INSERT, DELETE ON \"DocumentConversions\", \"DocumentConversionsRemoved\" TO reader" >/dev/null
@@ -150,7 +158,7 @@ r -c "INSERT INTO \"DocumentConversions\" VALUES ('trojan', 'ascii', 'public.evi
 out=$(q -c "INSERT INTO docs VALUES (32, 'format(trojan):$D/ls.1')" 2>&1)
 has "42501" "$out" "a superuser entering a document is not made to run the role's step"
 out=$(PGOPTIONS="-c search_path=mine,public" q -c "INSERT INTO docs VALUES (33, 'format(postscript):$D/ls.ps')" 2>&1)
-has "42501" "$out" "nor the role's step found first on a search path"
+lacks "ERROR" "$out" "nor the role's step found first on a search path (the module's runs)"
 psql -X -q -c "DELETE FROM \"DocumentConversions\" WHERE source_format = 'trojan'" \
      -c "REVOKE ALL ON \"DocumentConversions\", \"DocumentConversionsRemoved\" FROM reader" >/dev/null
 # troff requests that run programs are refused (groff's safer mode), and
@@ -173,7 +181,7 @@ for spec in "format(wordperfect):$D/fake.wpd" "format(sgml):$D/ls.1" "format(pdf
     esac
     check "$spec: nothing left in the temporary directory" tmp_empty
 done
-same "0" "$(r -c "SELECT count(*) FROM docs WHERE id IN (30, 31, 32, 33, 40)")" "no row from a refused document"
+same "0" "$(r -c "SELECT count(*) FROM docs WHERE id IN (30, 32, 35, 40)")" "no row from a refused document"
 
 # ---- a stored document handed back in another format -----------------------------------
 out=$(r -c "SELECT dt_ConvertTx(d, 'ascii', '$WORK/') FROM docs WHERE id = 1" 2>&1)
