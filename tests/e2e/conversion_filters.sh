@@ -168,6 +168,33 @@ printf '.TH X 1\n.SH NAME\nharmless page\n.sy touch %s/pwned8\n.pso touch %s/pwn
 r -c "INSERT INTO docs VALUES (34, 'format(troff):$D/sy.1')" >/dev/null 2>&1
 same "t|f" "$(r -c "SELECT Contains(d, 'harmless')::int::bool || '|' || Contains(d, 'listen_addresses or shared_buffers') FROM docs WHERE id = 34" | sed 's/true/t/; s/false/f/')" \
     "a troff page cannot include the server's configuration"
+# Files the server's account reads but the role may not: troff includes
+# (.so, .mso with a relative path) and an SGML external entity read nothing
+# but the input, its temporary directory and the programs' own data.
+DATADIR=$(psql -X -qtA -c "SHOW data_directory")
+psql -X -q -c "COPY (SELECT 'zebrasecret') TO '$DATADIR/filtersecret.txt'" >/dev/null
+printf '.TH X 1\n.SH NAME\nharmless page\n.so /etc/passwd\n.so %s/filtersecret.txt\n.mso ../../../../../../../etc/passwd\n' \
+    "$DATADIR" >"$D/so.1"
+r -c "INSERT INTO docs VALUES (36, 'format(troff):$D/so.1')" >/dev/null 2>&1
+same "t|f|f" "$(r -c "SELECT Contains(d, 'harmless') || '|' || Contains(d, 'nologin') || '|' || Contains(d, 'zebrasecret') FROM docs WHERE id = 36" | sed 's/true/t/g; s/false/f/g')" \
+    "troff .so and .mso read neither /etc/passwd nor a file of the data directory"
+{ printf '<!doctype linuxdoc system [\n<!ENTITY pw SYSTEM "/etc/passwd">\n<!ENTITY sec SYSTEM "%s/filtersecret.txt">\n]>\n' "$DATADIR"
+  printf '<article>\n<title>Harmless entity page</title>\n<author>Nobody</author>\n<sect>One<p>\nharmless words &pw; &sec;\n</article>\n'; } >"$D/ent.sgml"
+r -c "INSERT INTO docs VALUES (37, 'format(sgml):$D/ent.sgml')" >/dev/null 2>&1
+same "f|f" "$(r -c "SELECT coalesce((SELECT Contains(d, 'nologin') || '|' || Contains(d, 'zebrasecret') FROM docs WHERE id = 37), 'f|f')" | sed 's/true/t/g; s/false/f/g')" \
+    "an SGML external entity reads neither /etc/passwd nor a file of the data directory"
+rm -f "$DATADIR/filtersecret.txt"
+# A filter that writes forever is stopped at document.filter_max_output.
+printf '.TH X 1\n.SH NAME\nloop\n.de L\nwords without end\n.br\n..\n.while 1 .L\n' >"$D/loop.1"
+psql -X -q -c "ALTER ROLE reader SET document.filter_max_output = '256kB'" >/dev/null
+out=$(r -c "INSERT INTO docs VALUES (38, 'format(troff):$D/loop.1')" 2>&1)
+has "ERROR:  54000: conversion program" "$out" "a troff page writing forever stops at the limit (54000)"
+has "document.filter_max_output" "$out" "the error names the setting"
+check "the runaway filter leaves nothing in the temporary directory" tmp_empty
+out=$(r -c "SELECT count(*) FROM docs" -c "SET document.filter_max_output = '2GB'" 2>&1)
+has "permission denied" "$out" "an ordinary role cannot raise the limit"
+psql -X -q -c "ALTER ROLE reader RESET document.filter_max_output" >/dev/null
+same "64MB" "$(psql -X -qtA -c "SELECT count(*) FROM docs" -c "SHOW document.filter_max_output" | tail -1)" "the default limit is 64 MB"
 ran=$(find "$WORK" "$DOC_SERVER_DIR" -name 'pwned[0-9]' 2>/dev/null)
 same "" "$ran" "no program of the role's choosing ran"
 
@@ -181,7 +208,7 @@ for spec in "format(wordperfect):$D/fake.wpd" "format(sgml):$D/ls.1" "format(pdf
     esac
     check "$spec: nothing left in the temporary directory" tmp_empty
 done
-same "0" "$(r -c "SELECT count(*) FROM docs WHERE id IN (30, 32, 35, 40)")" "no row from a refused document"
+same "0" "$(r -c "SELECT count(*) FROM docs WHERE id IN (30, 32, 35, 38, 40)")" "no row from a refused document"
 
 # ---- a stored document handed back in another format -----------------------------------
 out=$(r -c "SELECT dt_ConvertTx(d, 'ascii', '$WORK/') FROM docs WHERE id = 1" 2>&1)
