@@ -1,6 +1,7 @@
 // The extension's library: module magic and the settings it defines.
 #include "boundary.h"
 #include "module.h"
+#include "filterrun.h"
 #include "loownership.h"
 #include "clientchannel.h"
 #include "tempfile.h"
@@ -104,6 +105,7 @@ void _PG_init(void) {
         &dt::pg::dump_stored_form_setting, false, PGC_SUSET, 0, nullptr, nullptr, nullptr);
     dt::pg::DefineTextAnalysisSettings();
     dt::pg::DefineRankingSettings();
+    dt::pg::DefineFilterSettings();
     dt::pg::LargeObjectOwnershipInit();
     // Long loops of the core give the server's cancels and timeouts a say.
     dt::SetInterruptPoll(&dt::pg::CheckInterrupts);
