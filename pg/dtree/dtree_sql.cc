@@ -41,7 +41,7 @@ void DtCheckTablePrivilege(Relation index, AclMode mode) {
         aclcheck_error(ACLCHECK_NO_PRIV, get_relkind_objtype(get_rel_relkind(heapid)), get_rel_name(heapid));
     if (check_enable_rls(heapid, InvalidOid, false) == RLS_ENABLED)
         ereport(ERROR, (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
-                        errmsg("table \"%s\" has row-level security: \"%s\" reads its index directly and cannot apply the policies",
+                        errmsg("table \"%s\" has row-level security: this function reads its index \"%s\" directly and cannot apply the policies",
                                get_rel_name(heapid), RelationGetRelationName(index)),
                         errhint("Query the table with the operators of the index; the query applies the policies.")));
 }
