@@ -68,6 +68,8 @@ static void DtAddIndexTermsC(text *name, ItemPointer argtid, char **words, int n
     ItemPointerData tidcopy = *argtid;  // the argument itself is not changed
     ItemPointer tid = &tidcopy;
     Relation index = DtOpenIndexByName(name, RowExclusiveLock);
+    // It reads the row it adds to, as UPDATE ... WHERE ctid = ... does.
+    DtCheckTablePrivilege(index, ACL_SELECT);
     DtCheckTablePrivilege(index, ACL_UPDATE);
     Relation heap = table_open(IndexGetRelation(RelationGetRelid(index), false), AccessShareLock);
     bool exists = false;
