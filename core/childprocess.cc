@@ -319,6 +319,9 @@ ChildResult RunChild(const ChildRun &run) {
         res.status = WEXITSTATUS(status);
     else if (WIFSIGNALED(status))
         res.status = 128 + WTERMSIG(status);
+    if (res.status != 0 && run.max_file_bytes > 0 && !run.stdout_path.empty() &&
+        stat(run.stdout_path.c_str(), &st) == 0 && (long long)st.st_size >= run.max_file_bytes)
+        res.output_full = true;
     if (res.status != 0) discard();
     return res;
 }

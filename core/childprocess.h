@@ -33,6 +33,7 @@ struct ChildResult {
     std::string failed;    // what failed when not started ("exec", "open output", ...)
     int status = -1;       // exit status; 128 + the signal's number when a signal ended it
     bool sandboxed = false;
+    bool output_full = false;  // it failed with its output file at max_file_bytes
 };
 
 // Runs the program and waits for it, calling PollInterrupts() while it

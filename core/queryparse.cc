@@ -8,6 +8,7 @@
 #include <string>
 
 #include "error.h"
+#include "interrupt.h"
 #include "tokenizer.h"
 
 namespace dt {
@@ -78,6 +79,7 @@ DocExprNode *_dt_MakeExprTree(ExprArena &arena, const QueryStemmer &stemmer, int
     DocExprNode *tree = ParseOperand(arena, stemmer, parencnt, str, idx);
     const DocExprNode *last = tree;  // the operand just read
     for (;;) {
+        PollInterrupts();
         std::string tok = NextToken(str, idx);
         if (tok.empty()) {
             if (parencnt > 0) ErrorRaise("XD00J");

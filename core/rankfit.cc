@@ -11,9 +11,12 @@ void AddAnswer(FitData &data, const ResultTable &answer, const DocExprNode *root
     double terms = totalTerms == 0 ? 1.0 : (double)totalTerms;
     double docs = (double)totalDocs;
     double querywords = (double)ExprCount(root);
+    size_t steps = 0;
     for (const ResultEntry &e : answer.entries) {
+        if ((steps++ & 4095) == 0) PollInterrupts();
         FitData::Doc d{relevant(e.row), (double)e.wordcnt, querywords, (uint32_t)data.terms.size(), 0};
         for (uint32_t h = e.firstHit; h < e.firstHit + e.nhits; h++) {
+            if ((steps++ & 4095) == 0) PollInterrupts();
             const TermHit &hit = answer.hits[h];
             if (hit.leaf->node_op != EXPR_WORD) continue;
             TermClues c{(double)hit.leaf->node_querycnt, (double)hit.count, (double)e.wordcnt,
@@ -78,6 +81,7 @@ FitStage FitLogistic(const std::vector<double> &x, const std::vector<uint8_t> &y
     auto loglik = [&](const std::vector<double> &b) {
         double ll = 0.0;
         for (size_t i = 0; i < n; i++) {
+            if ((i & 4095) == 4095) PollInterrupts();
             double t = b[0];
             for (size_t j = 0; j < k; j++) t += b[j + 1] * x[i * k + j];
             ll += y[i] ? LogSigmoid(t) : LogSigmoid(-t);
@@ -92,6 +96,7 @@ FitStage FitLogistic(const std::vector<double> &x, const std::vector<uint8_t> &y
         std::fill(grad.begin(), grad.end(), 0.0);
         std::fill(hess.begin(), hess.end(), 0.0);
         for (size_t i = 0; i < n; i++) {
+            if ((i & 4095) == 4095) PollInterrupts();
             row[0] = 1.0;
             for (size_t j = 0; j < k; j++) row[j + 1] = x[i * k + j];
             double t = 0.0;
@@ -141,11 +146,13 @@ bool FitDocParams(const FitData &data, FitResult *out, std::string *why) {
     std::vector<double> x1;
     std::vector<uint8_t> y1;
     x1.reserve(data.terms.size() * 6);
-    for (const FitData::Doc &d : data.docs)
+    for (const FitData::Doc &d : data.docs) {
+        PollInterrupts();
         for (uint32_t t = d.firstTerm; t < d.firstTerm + d.nterms; t++) {
             x1.insert(x1.end(), data.terms[t].begin(), data.terms[t].end());
             y1.push_back(d.relevant ? 1 : 0);
         }
+    }
     size_t pos = 0;
     for (uint8_t v : y1) pos += v;
     if (pos == 0 || pos == y1.size()) {
@@ -167,6 +174,7 @@ bool FitDocParams(const FitData &data, FitResult *out, std::string *why) {
     std::vector<double> x2;
     std::vector<uint8_t> y2;
     for (const FitData::Doc &d : data.docs) {
+        PollInterrupts();
         double z = 0.0;
         for (uint32_t t = d.firstTerm; t < d.firstTerm + d.nterms; t++) z = z + TermLogOdds(data.terms[t].data(), p);
         if (z < 1.0) z = 1.0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <unordered_map>
 
 #include "interrupt.h"
 
@@ -20,6 +21,8 @@ double g_params[kDocParamCount] = {-0.145, -1.0, -6.83, 0.44, 0.04, 0.57, -0.06,
 }  // namespace
 
 const double *DocParams() { return g_params; }
+
+double *DocParamSlot(int n) { return (unsigned)n < (unsigned)kDocParamCount ? &g_params[n] : nullptr; }
 
 void SetDocParam(int n, double value) {
     if ((unsigned)n < (unsigned)kDocParamCount) g_params[n] = value;
@@ -93,7 +96,6 @@ double LogCount(uint32_t n) {
 
 // The features a query leaf gives every document it matched.
 struct LeafFeatures {
-    const DocExprNode *leaf;
     double x[6];
 };
 }  // namespace
@@ -108,16 +110,18 @@ void GetDocWeights(ResultTable &table, const DocExprNode *root, int totalTerms, 
     double querywords = (double)ExprCount(root);
     double logQ = std::log(querywords);
     // The features of a term that do not depend on the document, once per
-    // leaf.
-    std::vector<LeafFeatures> leaves;
+    // leaf, found by the leaf's address (a query made from a document has a
+    // leaf for each of its terms, and one document may match them all).
+    std::unordered_map<const DocExprNode *, LeafFeatures> leaves;
     auto featuresOf = [&](const DocExprNode *leaf) -> const LeafFeatures & {
-        for (const LeafFeatures &f : leaves)
-            if (f.leaf == leaf) return f;
-        leaves.push_back(LeafFeatures{leaf, {}});
-        TermQueryFeatures((double)leaf->node_querycnt, (double)leaf->node_doccnt, (double)leaf->node_wordcnt,
-                          querywords, terms, docs, leaves.back().x);
-        return leaves.back();
+        auto [it, added] = leaves.try_emplace(leaf);
+        if (added)
+            TermQueryFeatures((double)leaf->node_querycnt, (double)leaf->node_doccnt, (double)leaf->node_wordcnt,
+                              querywords, terms, docs, it->second.x);
+        return it->second;
     };
+    // Polled by steps of work, documents and hits alike: one document may
+    // hold most of the hits.
     size_t k = 0;
     for (ResultEntry &e : table.entries) {
         if ((k++ & 4095) == 0) PollInterrupts();
@@ -129,6 +133,7 @@ void GetDocWeights(ResultTable &table, const DocExprNode *root, int totalTerms, 
         unsigned gotone = 0;
         double L = (double)e.wordcnt;
         for (uint32_t h = e.firstHit; h < e.firstHit + e.nhits; h++) {
+            if ((k++ & 4095) == 0) PollInterrupts();
             const TermHit &hit = table.hits[h];
             if (hit.leaf->node_op != EXPR_WORD) continue;
             if (++gotone == 0) ++gotone;

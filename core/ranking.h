@@ -9,8 +9,10 @@
 // document's and the query's lengths.  The weight is the logistic of the
 // stage-2 log odds: a probability between 0 and 1.
 //
-// The twelve coefficients are process-wide; SetDocParam changes one for the
-// rest of the process's life.
+// The twelve coefficients are process-wide values that start at their
+// defaults.  The layer that embeds the core may own them instead: the
+// server binds each one to a setting of the session (DocParamSlot), so
+// that they are set, reset and rolled back as settings are.
 #pragma once
 
 #include <cstdint>
@@ -47,6 +49,9 @@ extern const DocParamInfo kDocParamInfo[kDocParamCount];
 
 // The current coefficients (kDocParamCount values, indexed by DocParam).
 const double *DocParams();
+// Where coefficient n (0..11) is kept, for a layer that binds it to its own
+// storage of settings; null for other numbers.
+double *DocParamSlot(int n);
 // Sets coefficient n; numbers outside 0..11 are ignored.
 void SetDocParam(int n, double value);
 // Back to the defaults.

@@ -3,6 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include "interrupt.h"
+
 namespace dt {
 
 namespace {
@@ -24,7 +26,9 @@ double TreeFraction(const DocExprNode *tree, const std::function<double(const Do
     // then to combine their values from the value stack.
     std::vector<std::pair<const DocExprNode *, bool>> todo{{tree, false}};
     std::vector<double> values;
+    size_t steps = 0;
     while (!todo.empty()) {
+        if ((steps++ & 1023) == 0) PollInterrupts();
         auto [n, expanded] = todo.back();
         todo.pop_back();
         if (!IsOperator(n)) {
@@ -67,7 +71,9 @@ double TreeFraction(const DocExprNode *tree, const std::function<double(const Do
 void ForEachLeaf(const DocExprNode *tree, const std::function<void(const DocExprNode &)> &leaf) {
     std::vector<const DocExprNode *> todo;
     if (tree) todo.push_back(tree);
+    size_t steps = 0;
     while (!todo.empty()) {
+        if ((steps++ & 1023) == 0) PollInterrupts();
         const DocExprNode *n = todo.back();
         todo.pop_back();
         if (!IsOperator(n)) {

@@ -16,6 +16,7 @@
 #include "formatspec.h"
 #include "module.h"
 #include "regularfile.h"
+#include "tempfile.h"
 
 extern "C" {
 #include "access/genam.h"
@@ -147,6 +148,14 @@ StepStatus LookupStep(const char *name, Oid *fn, Oid *owner) {
     List *parts = NIL;
     if (!SplitIdentifierString(raw, '.', &parts) || parts == NIL) return STEP_MISSING;
     List *names = NIL;
+    // Never resolved on the caller's search_path: a bare name is one of the
+    // module's own steps, in the extension's schema; any other step is named
+    // with its schema in the table.
+    if (list_length(parts) == 1) {
+        Oid nsp = dt::pg::ExtensionSchemaC();
+        if (!OidIsValid(nsp)) return STEP_MISSING;
+        names = lappend(names, makeString(get_namespace_name(nsp)));
+    }
     ListCell *lc;
     foreach (lc, parts)
         names = lappend(names, makeString((char *)lfirst(lc)));
@@ -259,7 +268,8 @@ bool CopyServerFile(const std::string &from, const std::string &to) {
 
 void RemoveTemp(const std::string &name) {
     // A temporary name has no parameter list: the whole text is the path.
-    unlink(name.c_str());
+    // Only a file of the module's own temporary directory is removed.
+    if (dt::pg::IsOwnTempFile(name)) unlink(name.c_str());
 }
 
 dt::ConvertOps ServerConvertOps() {
@@ -337,7 +347,18 @@ std::optional<std::string> DtEngageConv(const std::string &funcname, const std::
     bool isnull = false;
     text *res = ServerCall([&] { return CallStep(fn, in, out, &isnull); });
     if (isnull) return std::nullopt;
-    return TextToString(res);
+    std::string result = TextToString(res);
+    // The service reads (and may remove) only the file it handed the step,
+    // or a file the step made inside the backend's own temporary directory.
+    std::string path = dt::SpecPath(result);
+    if (path != dt::SpecPath(outspec) && !IsOwnTempFile(path))
+        throw dt::Error::User("conversion step \"" + funcname + "\" returned \"" + result +
+                                  "\", which names neither its output file nor a file of the module's "
+                                  "temporary directory",
+                              "42501",
+                              "A conversion step writes the file named by its second argument and "
+                              "returns that specification.");
+    return result;
 }
 
 std::optional<std::string> formatconvert(const std::string &in, const std::string &out) {

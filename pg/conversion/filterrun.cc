@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cerrno>
 #include <cstring>
 
@@ -14,6 +15,10 @@
 #include "convpath.h"
 #include "module.h"
 #include "process.h"
+
+extern "C" {
+#include "utils/guc.h"
+}
 
 namespace dt::pg {
 
@@ -33,8 +38,8 @@ const char *const kSystemReadable[] = {
     "/usr",           "/bin",          "/sbin",         "/lib",           "/lib64",
     "/etc/ld.so.cache", "/etc/ld.so.conf", "/etc/ld.so.conf.d", "/etc/alternatives",
     "/etc/groff",     "/etc/papersize", "/etc/paperspecs", "/etc/perl",    "/etc/sgml",
-    "/etc/xml",       "/etc/texmf",    "/etc/localtime", "/etc/nsswitch.conf", "/etc/passwd",
-    "/etc/group",     "/etc/locale.alias", "/etc/mime.types", "/etc/unrtf",
+    "/etc/xml",       "/etc/texmf",    "/etc/localtime", "/etc/locale.alias", "/etc/mime.types",
+    "/etc/unrtf",
 };
 
 std::string AbsoluteSearchPath() {
@@ -50,9 +55,10 @@ std::string AbsoluteSearchPath() {
     return out.empty() ? "/usr/local/bin:/usr/bin:/bin" : out;
 }
 
-// Limits of one filter run: documents are at most 2 GB.
+// Limits of one filter run: CPU time, and the size of any file it writes
+// (its output included), in kB, set by document.filter_max_output.
 const long kFilterCpuSeconds = 600;
-const long long kFilterMaxFileBytes = 0x7FFFFFFFLL;
+int filterMaxOutputKb = 64 * 1024;
 
 // The start of what a failed program wrote to its standard error, into the
 // server's log.
@@ -75,6 +81,15 @@ void LogFilterErrors(const std::string &program, const dt::ChildResult &res, con
 }
 
 }  // namespace
+
+void DefineFilterSettings() {
+    DefineCustomIntVariable(
+        "document.filter_max_output", "Largest file a conversion program may write.",
+        "A program that writes more (its output or a file of its scratch directory) is "
+        "stopped and the conversion fails with 54000.",
+        &filterMaxOutputKb, 64 * 1024, 64, 2097151, PGC_SUSET, GUC_UNIT_KB,
+        nullptr, nullptr, nullptr);
+}
 
 const std::string &GetDocBinPath() {
     static std::string binPath;
@@ -124,9 +139,20 @@ dt::ChildResult RunFilterProgram(const FilterProgramRun &fr, const FilterScratch
     // the size of what it writes.
     run.stderr_path = scratch.dir + "/errors";
     run.cpu_seconds = kFilterCpuSeconds;
-    run.max_file_bytes = kFilterMaxFileBytes;
+    run.max_file_bytes = (long long)filterMaxOutputKb * 1024;
     dt::ChildResult res = dt::RunChild(run);
     if (!res.started || res.status != 0) LogFilterErrors(fr.argv[0], res, run.stderr_path);
+    // Stopped for the size of what it wrote, its output or a file of its
+    // scratch directory (the output it made is gone).
+    struct stat es;
+    bool full = res.output_full ||
+                (stat(run.stderr_path.c_str(), &es) == 0 && (long long)es.st_size >= run.max_file_bytes);
+    if (res.started && res.status != 0 && (full || res.status == 128 + SIGXFSZ))
+        throw dt::Error::User("conversion program " + fr.argv[0] + " wrote more than " +
+                                  std::to_string(filterMaxOutputKb) + " kB",
+                              "54000",
+                              "The limit is the setting document.filter_max_output (superusers "
+                              "may change it).");
     return res;
 }
 

@@ -13,6 +13,9 @@
 
 namespace dt::pg {
 
+// Defines document.filter_max_output; called once when the library loads.
+void DefineFilterSettings();
+
 // The filter program directory: the module's home + "/extend/document/bin",
 // computed once per process.
 const std::string &GetDocBinPath();

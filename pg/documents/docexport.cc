@@ -274,8 +274,6 @@ Datum pgdoc_dt_ConvertTx(PG_FUNCTION_ARGS) {
 
         auto result = dt::pg::formatconvert(inspec, out);
         if (!result) dt::ErrorRaiseVA("XD00T", "OUT%s", frmtstr, "IN%s", params);
-        dt::pg::TempFileRemove(input.path);
-        input.path.clear();
 
         // The client file: the directory, the base of the stored path, and
         // the large object's identifier (or a random number).
@@ -286,10 +284,14 @@ Datum pgdoc_dt_ConvertTx(PG_FUNCTION_ARGS) {
             clientname = last + "." + std::to_string(dt::OwnedHandleOid(*handle));
         else
             clientname = last + "." + std::to_string(dt::_dt_random() % 100000);
-        // A step may name another file than the one asked for.
+        // A step may name another file than the one asked for: the input
+        // itself (a step that needs no conversion), or a file it made in the
+        // module's temporary directory (the service refused any other, see
+        // DtEngageConv); the latter is removed after the copy too.
         std::string convfile = dt::SpecPath(*result);
         dt::pg::TempOwner other;
-        if (convfile != converted.path && convfile.rfind(dt::pg::TempDir() + "/", 0) == 0) other.path = convfile;
+        if (convfile != converted.path && convfile != input.path && dt::pg::IsOwnTempFile(convfile))
+            other.path = convfile;
         dt::pg::PutClientFile(convfile, clientname);
 
         std::string head = out.substr(0, out.find(':'));

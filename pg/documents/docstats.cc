@@ -32,6 +32,7 @@ extern "C" {
 #include "utils/acl.h"
 #include "utils/lsyscache.h"
 #include "utils/memutils.h"
+#include "utils/rls.h"
 #include "utils/syscache.h"
 
 PG_FUNCTION_INFO_V1(pgdoc_dt_DocAnalyze);
@@ -201,6 +202,11 @@ Datum pgdoc_dt_selectivity(PG_FUNCTION_ARGS) {
             if (pg_class_aclcheck(relid, GetUserId(), ACL_SELECT) != ACLCHECK_OK &&
                 pg_attribute_aclcheck(relid, attnum, GetUserId(), ACL_SELECT) != ACLCHECK_OK)
                 aclcheck_error_col(ACLCHECK_NO_PRIV, get_relkind_objtype(get_rel_relkind(relid)), relname, colname);
+            // As pg_stats, which shows no figures of a table whose policies
+            // apply to the caller.
+            if (check_enable_rls(relid, InvalidOid, false) == RLS_ENABLED)
+                ereport(ERROR, (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
+                                errmsg("table \"%s\" has row-level security: its column statistics are not shown", relname)));
             double nullfrac;
             return DtColumnStatsTerms(relid, attnum, &avg, &nullfrac);
         });

@@ -179,9 +179,8 @@ static void DtCheckIndexC(Oid relid) {
     DtCheck st;
     memset(&st, 0, sizeof(st));
     st.index = DtOpenIndexByOid(relid, AccessShareLock);
+    DtCheckTablePrivilege(st.index, ACL_SELECT);
     Oid heapid = IndexGetRelation(relid, false);
-    if (pg_class_aclcheck(heapid, GetUserId(), ACL_SELECT) != ACLCHECK_OK)
-        aclcheck_error(ACLCHECK_NO_PRIV, get_relkind_objtype(get_rel_relkind(heapid)), get_rel_name(heapid));
     st.heap = table_open(heapid, AccessShareLock);
     // A standby has no writers but the replay, which takes no such lock.
     bool locked = !RecoveryInProgress();

@@ -14,6 +14,7 @@
 #include "dtree_internal.h"
 #include "rankfit.h"
 #include "ranking.h"
+#include "rankingsettings.h"
 
 extern "C" {
 #include "access/relation.h"
@@ -120,7 +121,7 @@ Datum pgdoc_dt_FitDocParams(PG_FUNCTION_ARGS) {
                                 errhint("Judge at least one relevant and one other document of the answers.")));
             });
         if (apply)
-            for (int i = 0; i < dt::kDocParamCount; i++) dt::SetDocParam(i, fit.params[i]);
+            for (int i = 0; i < dt::kDocParamCount; i++) dt::pg::SetRankingCoefficient(i, fit.params[i]);
 
         ServerCall([&] {
             InitMaterializedSRF(fcinfo, 0);

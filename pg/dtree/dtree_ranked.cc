@@ -17,6 +17,7 @@
 #include "dtree_evaluate.h"
 #include "dtree_internal.h"
 #include "ranking.h"
+#include "rankingsettings.h"
 
 extern "C" {
 #include "access/relation.h"
@@ -239,13 +240,13 @@ Datum pgdoc_dt_RankDocLike(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum { return RankRows(fcinfo, 3); });
 }
 
-// dt_SetDocParam(n, value): sets ranking coefficient n (0..11) for the
-// rest of this session; other numbers are ignored.
+// dt_SetDocParam(n, value): sets ranking coefficient n (0..11) for this
+// session, as SET sets its setting; other numbers are ignored.
 Datum pgdoc_dt_SetDocParam(PG_FUNCTION_ARGS) {
     return dt::pg::Guard([&]() -> Datum {
         int32 n = dt::pg::Int32Arg(fcinfo, 0);
         double v = dt::pg::Float8Arg(fcinfo, 1);
-        dt::SetDocParam(n, v);
+        dt::pg::SetRankingCoefficient(n, v);
         return (Datum)0;
     });
 }

@@ -16,6 +16,7 @@ extern "C" {
 #include "utils/acl.h"
 #include "utils/builtins.h"
 #include "utils/lsyscache.h"
+#include "utils/rls.h"
 #include "utils/snapmgr.h"
 #include "utils/tuplestore.h"
 }
@@ -30,10 +31,19 @@ extern "C" {
 #include "stripstem.h"
 #include "wordnet.h"
 
+// The functions that read an index or its table directly see every row:
+// they need the right on the table, and are refused when row-level security
+// applies to the caller (policies, FORCE for the owner), since they cannot
+// filter the rows by policy as the executor does.
 void DtCheckTablePrivilege(Relation index, AclMode mode) {
     Oid heapid = IndexGetRelation(RelationGetRelid(index), false);
     if (pg_class_aclcheck(heapid, GetUserId(), mode) != ACLCHECK_OK)
         aclcheck_error(ACLCHECK_NO_PRIV, get_relkind_objtype(get_rel_relkind(heapid)), get_rel_name(heapid));
+    if (check_enable_rls(heapid, InvalidOid, false) == RLS_ENABLED)
+        ereport(ERROR, (errcode(ERRCODE_INSUFFICIENT_PRIVILEGE),
+                        errmsg("table \"%s\" has row-level security: this function reads its index \"%s\" directly and cannot apply the policies",
+                               get_rel_name(heapid), RelationGetRelationName(index)),
+                        errhint("Query the table with the operators of the index; the query applies the policies.")));
 }
 
 static text *DtReadMetaTermsC(text *name) {
@@ -58,6 +68,8 @@ static void DtAddIndexTermsC(text *name, ItemPointer argtid, char **words, int n
     ItemPointerData tidcopy = *argtid;  // the argument itself is not changed
     ItemPointer tid = &tidcopy;
     Relation index = DtOpenIndexByName(name, RowExclusiveLock);
+    // It reads the row it adds to, as UPDATE ... WHERE ctid = ... does.
+    DtCheckTablePrivilege(index, ACL_SELECT);
     DtCheckTablePrivilege(index, ACL_UPDATE);
     Relation heap = table_open(IndexGetRelation(RelationGetRelid(index), false), AccessShareLock);
     bool exists = false;

@@ -242,7 +242,10 @@ dt::pg::PlannedQuery::Figures ReadIndexFigures(Oid indexoid, const std::vector<s
             Relation index = index_open(indexoid, AccessShareLock);
             if (readMeta) ReadIndexHeadC(index, &mi, &node);
             found = (DtTermEntry **) palloc0(sizeof(DtTermEntry *) * (n + 1));
-            for (int i = 0; i < n; i++) found[i] = DtLookupTerm(index, t[i]->data(), (int) t[i]->size());
+            for (int i = 0; i < n; i++) {
+                if ((i & 1023) == 1023) CHECK_FOR_INTERRUPTS();
+                found[i] = DtLookupTerm(index, t[i]->data(), (int) t[i]->size());
+            }
             index_close(index, AccessShareLock);
         });
         if (readMeta) m = &AddIndexMemo(indexoid, mi, node);

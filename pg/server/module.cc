@@ -1,6 +1,7 @@
 // The extension's library: module magic and the settings it defines.
 #include "boundary.h"
 #include "module.h"
+#include "filterrun.h"
 #include "loownership.h"
 #include "clientchannel.h"
 #include "tempfile.h"
@@ -8,6 +9,7 @@
 #include "wordnet.h"
 #include "interrupt.h"
 #include "searchsel.h"
+#include "rankingsettings.h"
 
 #include <sys/stat.h>
 
@@ -102,6 +104,8 @@ void _PG_init(void) {
         "writes values that a superuser's restore takes back without reading any file.",
         &dt::pg::dump_stored_form_setting, false, PGC_SUSET, 0, nullptr, nullptr, nullptr);
     dt::pg::DefineTextAnalysisSettings();
+    dt::pg::DefineRankingSettings();
+    dt::pg::DefineFilterSettings();
     dt::pg::LargeObjectOwnershipInit();
     // Long loops of the core give the server's cancels and timeouts a say.
     dt::SetInterruptPoll(&dt::pg::CheckInterrupts);

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <vector>
@@ -212,6 +213,29 @@ void TempFileRemove(const std::string &path) {
             r.erase(r.begin() + i);
             break;
         }
+}
+
+bool IsOwnTempFile(const std::string &path) {
+    try {
+        if (path.empty() || !ownDirs || ownDirsPid != getpid()) return false;
+        std::string dir = TempBaseDir() + "/" + kBackendDirPrefix + std::to_string((long)getpid());
+        if (!ownDirs->count(dir)) return false;
+        char *rdir = realpath(dir.c_str(), nullptr);
+        char *rfile = realpath(path.c_str(), nullptr);
+        bool ok = false;
+        if (rdir && rfile) {
+            std::string d(rdir), f(rfile);
+            size_t slash = f.rfind('/');
+            struct stat st;
+            ok = slash != std::string::npos && f.substr(0, slash) == d && lstat(rfile, &st) == 0 &&
+                 S_ISREG(st.st_mode);
+        }
+        free(rdir);
+        free(rfile);
+        return ok;
+    } catch (...) {
+        return false;
+    }
 }
 
 int TempFileCount() { return registry ? (int)registry->size() : 0; }

@@ -32,6 +32,10 @@ int TempFileCreate(const std::string &path);
 void TempFileRegister(const std::string &path);
 // Unlinks the file and forgets it.  Never throws.
 void TempFileRemove(const std::string &path);
+// Whether `path` is a regular file directly inside this backend's temporary
+// directory, compared after resolving both to real paths (so "..", symbolic
+// links and a look-alike prefix name no other file).  Never throws.
+bool IsOwnTempFile(const std::string &path);
 // Number of files registered now (for tests and checks).
 int TempFileCount();
 

@@ -70,6 +70,15 @@ COMMENT ON FUNCTION dt_DropLargeObjects() IS 'event trigger: removes the large o
 CREATE EVENT TRIGGER dt_drop_large_objects ON sql_drop
     EXECUTE FUNCTION dt_DropLargeObjects();
 
+-- Gives the rows of a table that name large objects copies of their own,
+-- through its triggers; the update runs as the table's owner in a
+-- security-restricted operation (the owner's row triggers fire).  The
+-- caller must have the owner's privileges.
+CREATE FUNCTION dt_CopyRowLargeObjects(rel regclass) RETURNS bigint
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_CopyRowLargeObjects' LANGUAGE C VOLATILE STRICT PARALLEL UNSAFE;
+COMMENT ON FUNCTION dt_CopyRowLargeObjects(regclass) IS
+    'gives the rows of a table large objects of their own, run as the table owner (its owner only)';
+
 -- Puts the three triggers on a table with doc columns, and gives the rows
 -- it already holds (CREATE TABLE ... AS, ADD COLUMN with a default) large
 -- objects of their own.  Runs with the caller's rights: only the table's
@@ -79,7 +88,6 @@ LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp AS $$
 DECLARE
     kind "char";
     owner oid;
-    col name;
     attached boolean := false;
 BEGIN
     SELECT c.relkind, c.relowner INTO kind, owner FROM pg_catalog.pg_class c WHERE c.oid OPERATOR(pg_catalog.=) rel;
@@ -112,15 +120,9 @@ BEGIN
     END IF;
     IF attached AND kind OPERATOR(pg_catalog.=) 'r' THEN
         -- Rows already there name objects of other rows (or none): each
-        -- takes a copy of its own through the triggers just attached.
-        FOR col IN
-            SELECT a.attname FROM pg_catalog.pg_attribute a
-            WHERE a.attrelid OPERATOR(pg_catalog.=) rel AND a.attnum OPERATOR(pg_catalog.>) 0 AND NOT a.attisdropped
-              AND a.atttypid OPERATOR(pg_catalog.=) '@extschema@.doc'::pg_catalog.regtype
-        LOOP
-            EXECUTE pg_catalog.format('UPDATE ONLY %s SET %I = @extschema@.assign(%I) WHERE @extschema@.dt_LOOid(%I) IS NOT NULL',
-                           rel, col, col, col);
-        END LOOP;
+        -- takes a copy of its own through the triggers just attached.  The
+        -- update fires the owner's row triggers, so it runs as the owner.
+        PERFORM @extschema@.dt_CopyRowLargeObjects(rel);
     END IF;
     RETURN attached;
 END $$;

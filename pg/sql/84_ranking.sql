@@ -51,9 +51,12 @@ CREATE FUNCTION dt_RankDocLike(dtreename text, other doc)
 COMMENT ON FUNCTION dt_RankDocLike(text, doc) IS
     'rows sharing terms with another document and their weights, in rank order, through the named dtree index';
 
--- The twelve coefficients of the model, for this session.
+-- The twelve coefficients of the model, for this session: the settings
+-- document.rank_doc_len_coef ... document.rank_z_coef.  dt_SetDocParam sets
+-- one as SET does (RESET, DISCARD ALL and a rollback undo it); setting a
+-- parameter is not allowed in a parallel operation.
 CREATE FUNCTION dt_SetDocParam(paramnum integer, value double precision) RETURNS void
-    AS 'MODULE_PATHNAME', 'pgdoc_dt_SetDocParam' LANGUAGE C VOLATILE STRICT PARALLEL RESTRICTED;
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_SetDocParam' LANGUAGE C VOLATILE STRICT PARALLEL UNSAFE;
 COMMENT ON FUNCTION dt_SetDocParam(integer, double precision) IS
     'sets ranking coefficient 0..11 for this session; other numbers are ignored';
 CREATE FUNCTION dt_DocParams(OUT number integer, OUT name text, OUT value double precision,
@@ -83,6 +86,6 @@ CREATE FUNCTION dt_FitDocParams(dtreename text, judgments text, wordlist boolean
     RETURNS TABLE (number integer, name text, value double precision, stage integer,
                    observations bigint, relevant bigint, log_likelihood double precision,
                    null_log_likelihood double precision, converged boolean)
-    AS 'MODULE_PATHNAME', 'pgdoc_dt_FitDocParams' LANGUAGE C VOLATILE STRICT PARALLEL RESTRICTED ROWS 12;
+    AS 'MODULE_PATHNAME', 'pgdoc_dt_FitDocParams' LANGUAGE C VOLATILE STRICT PARALLEL UNSAFE ROWS 12;
 COMMENT ON FUNCTION dt_FitDocParams(text, text, boolean, boolean) IS
     'learns the ranking coefficients from judged answers of a dtree index (logistic regression, two stages)';

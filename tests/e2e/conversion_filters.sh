@@ -135,14 +135,22 @@ for spec in "format(/bin/sh)" "format(\$(touch $WORK/pwned5))" "format(wordperfe
     out=$(r -c "INSERT INTO docs VALUES (30, '$spec:$D/ls.1')" 2>&1)
     has "XD00N" "$out" "$spec: refused with the conversion error"
 done
-# A step of the role's own, found first on its search path: it runs with
-# the role's rights only, so it cannot run a program either.
+# A step of the role's own, named like the module's and found first on its
+# search path, is never taken for it: a bare step name is looked up in the
+# extension's schema only.
 r -c "CREATE FUNCTION public.evil_step(i text, o text) RETURNS text LANGUAGE plpgsql AS \$\$
       BEGIN EXECUTE format('COPY (SELECT 1) TO PROGRAM %L', 'touch $WORK/pwned7'); RETURN o; END \$\$" >/dev/null
 psql -X -q -c "CREATE SCHEMA mine AUTHORIZATION reader" >/dev/null
 r -c "CREATE FUNCTION mine.ps2ascii(i text, o text) RETURNS text LANGUAGE sql AS \$\$ SELECT public.evil_step(i, o) \$\$" >/dev/null
 out=$(PGOPTIONS="-c search_path=mine,public" r -c "INSERT INTO docs VALUES (31, 'format(postscript):$D/ls.ps')" 2>&1)
+same "" "$out" "a step on the role's search path named like the module's is not run"
+same "1" "$(r -c "SELECT count(*) FROM docs WHERE id = 31 AND Contains(d, 'alphabetically')")" "the module's own step converted the document"
+# Named with its schema in a row, the role's own step runs with the role's
+# rights only, so it cannot run a program either.
+psql -X -q -c "INSERT INTO \"DocumentConversions\" VALUES ('mine', 'ascii', 'mine.ps2ascii')" >/dev/null
+out=$(r -c "INSERT INTO docs VALUES (35, 'format(mine):$D/ls.ps')" 2>&1)
 has "pg_execute_server_program" "$out" "the role's own step runs with its own rights: no program"
+psql -X -q -c "DELETE FROM \"DocumentConversions\" WHERE source_format = 'mine'" >/dev/null
 # Even when the table's owner lets someone add rows, their code is never run
 # for anyone else (here, a superuser).
 psql -X -q -c "GRANT INSERT, DELETE ON \"DocumentConversions\", \"DocumentConversionsRemoved\" TO reader" >/dev/null
@@ -150,7 +158,7 @@ r -c "INSERT INTO \"DocumentConversions\" VALUES ('trojan', 'ascii', 'public.evi
 out=$(q -c "INSERT INTO docs VALUES (32, 'format(trojan):$D/ls.1')" 2>&1)
 has "42501" "$out" "a superuser entering a document is not made to run the role's step"
 out=$(PGOPTIONS="-c search_path=mine,public" q -c "INSERT INTO docs VALUES (33, 'format(postscript):$D/ls.ps')" 2>&1)
-has "42501" "$out" "nor the role's step found first on a search path"
+lacks "ERROR" "$out" "nor the role's step found first on a search path (the module's runs)"
 psql -X -q -c "DELETE FROM \"DocumentConversions\" WHERE source_format = 'trojan'" \
      -c "REVOKE ALL ON \"DocumentConversions\", \"DocumentConversionsRemoved\" FROM reader" >/dev/null
 # troff requests that run programs are refused (groff's safer mode), and
@@ -160,6 +168,33 @@ printf '.TH X 1\n.SH NAME\nharmless page\n.sy touch %s/pwned8\n.pso touch %s/pwn
 r -c "INSERT INTO docs VALUES (34, 'format(troff):$D/sy.1')" >/dev/null 2>&1
 same "t|f" "$(r -c "SELECT Contains(d, 'harmless')::int::bool || '|' || Contains(d, 'listen_addresses or shared_buffers') FROM docs WHERE id = 34" | sed 's/true/t/; s/false/f/')" \
     "a troff page cannot include the server's configuration"
+# Files the server's account reads but the role may not: troff includes
+# (.so, .mso with a relative path) and an SGML external entity read nothing
+# but the input, its temporary directory and the programs' own data.
+DATADIR=$(psql -X -qtA -c "SHOW data_directory")
+psql -X -q -c "COPY (SELECT 'zebrasecret') TO '$DATADIR/filtersecret.txt'" >/dev/null
+printf '.TH X 1\n.SH NAME\nharmless page\n.so /etc/passwd\n.so %s/filtersecret.txt\n.mso ../../../../../../../etc/passwd\n' \
+    "$DATADIR" >"$D/so.1"
+r -c "INSERT INTO docs VALUES (36, 'format(troff):$D/so.1')" >/dev/null 2>&1
+same "t|f|f" "$(r -c "SELECT Contains(d, 'harmless') || '|' || Contains(d, 'nologin') || '|' || Contains(d, 'zebrasecret') FROM docs WHERE id = 36" | sed 's/true/t/g; s/false/f/g')" \
+    "troff .so and .mso read neither /etc/passwd nor a file of the data directory"
+{ printf '<!doctype linuxdoc system [\n<!ENTITY pw SYSTEM "/etc/passwd">\n<!ENTITY sec SYSTEM "%s/filtersecret.txt">\n]>\n' "$DATADIR"
+  printf '<article>\n<title>Harmless entity page</title>\n<author>Nobody</author>\n<sect>One<p>\nharmless words &pw; &sec;\n</article>\n'; } >"$D/ent.sgml"
+r -c "INSERT INTO docs VALUES (37, 'format(sgml):$D/ent.sgml')" >/dev/null 2>&1
+same "f|f" "$(r -c "SELECT coalesce((SELECT Contains(d, 'nologin') || '|' || Contains(d, 'zebrasecret') FROM docs WHERE id = 37), 'f|f')" | sed 's/true/t/g; s/false/f/g')" \
+    "an SGML external entity reads neither /etc/passwd nor a file of the data directory"
+rm -f "$DATADIR/filtersecret.txt"
+# A filter that writes forever is stopped at document.filter_max_output.
+printf '.TH X 1\n.SH NAME\nloop\n.de L\nwords without end\n.br\n..\n.while 1 .L\n' >"$D/loop.1"
+psql -X -q -c "ALTER ROLE reader SET document.filter_max_output = '256kB'" >/dev/null
+out=$(r -c "INSERT INTO docs VALUES (38, 'format(troff):$D/loop.1')" 2>&1)
+has "ERROR:  54000: conversion program" "$out" "a troff page writing forever stops at the limit (54000)"
+has "document.filter_max_output" "$out" "the error names the setting"
+check "the runaway filter leaves nothing in the temporary directory" tmp_empty
+out=$(r -c "SELECT dt_GetFormat(dt_FromText('x'))" -c "SET document.filter_max_output = '2GB'" 2>&1)
+has "permission denied" "$out" "an ordinary role cannot raise the limit"
+psql -X -q -c "ALTER ROLE reader RESET document.filter_max_output" >/dev/null
+same "64MB" "$(psql -X -qtA -c "SELECT dt_GetFormat(dt_FromText('x'))" -c "SHOW document.filter_max_output" | tail -1)" "the default limit is 64 MB"
 ran=$(find "$WORK" "$DOC_SERVER_DIR" -name 'pwned[0-9]' 2>/dev/null)
 same "" "$ran" "no program of the role's choosing ran"
 
@@ -173,7 +208,7 @@ for spec in "format(wordperfect):$D/fake.wpd" "format(sgml):$D/ls.1" "format(pdf
     esac
     check "$spec: nothing left in the temporary directory" tmp_empty
 done
-same "0" "$(r -c "SELECT count(*) FROM docs WHERE id IN (30, 31, 32, 33, 40)")" "no row from a refused document"
+same "0" "$(r -c "SELECT count(*) FROM docs WHERE id IN (30, 32, 35, 38, 40)")" "no row from a refused document"
 
 # ---- a stored document handed back in another format -----------------------------------
 out=$(r -c "SELECT dt_ConvertTx(d, 'ascii', '$WORK/') FROM docs WHERE id = 1" 2>&1)

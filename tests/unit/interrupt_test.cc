@@ -1,6 +1,7 @@
 // Long loops of the core stop when the installed poll function raises, the
-// term structures stay fast on documents of many distinct terms, and server
-// files are read only when regular and only up to the document limit.
+// term structures and the weighing of a document stay fast on documents of
+// many distinct terms, and server files are read only when regular and
+// only up to the document limit.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -13,8 +14,12 @@
 
 #include "docdesc.h"
 #include "error.h"
+#include "exprnodes.h"
 #include "interrupt.h"
 #include "querydoc.h"
+#include "queryparse.h"
+#include "rankfit.h"
+#include "ranking.h"
 #include "regularfile.h"
 #include "stripstem.h"
 #include "termtable.h"
@@ -112,6 +117,56 @@ TEST(InterruptPoll, TextsTermTablesAndQueriesPoll) {
         PollScope scope(10);
         EXPECT_THROW(_dt_SortHash(h), Error);
     }
+}
+
+TEST(InterruptPoll, ParsingALongQueryPolls) {
+    std::string query;
+    for (int i = 0; i < 3000; i++) query += i ? " or w" + std::to_string(i) : "w0";
+    QueryStemmer plain;
+    ExprArena a;
+    PollScope scope(10);
+    EXPECT_THROW(_dt_MakeExprTree(a, plain, 0, query.c_str(), nullptr), Error);
+}
+
+namespace {
+// One document matched by n distinct leaves of an OR chain (a query made
+// from a document of n distinct terms, ranked against that document).
+struct OneDocManyLeaves {
+    ExprArena arena;
+    DocExprNode *root = nullptr;
+    ResultTable table;
+    explicit OneDocManyLeaves(int n) {
+        table.entries.push_back(ResultEntry{MakeRowKey(0, 1), (uint32_t)n, 0, (uint32_t)n, 0.0});
+        for (int i = 0; i < n; i++) {
+            DocExprNode *leaf = Word(arena, "w" + std::to_string(i));
+            leaf->node_querycnt = 1;
+            leaf->node_doccnt = 1;
+            leaf->node_wordcnt = 1;
+            root = root ? Node(arena, EXPR_OR, root, leaf) : leaf;
+            table.hits.push_back(TermHit{leaf, 1});
+        }
+    }
+};
+}  // namespace
+
+TEST(InterruptPoll, WeighingOneDocumentOfManyTermsIsLinearAndPolls) {
+    // A lookup of each hit's leaf along the leaves seen so far made this
+    // quadratic (minutes for a million terms) with one poll per document.
+    const int n = 100000;
+    OneDocManyLeaves d(n);
+    {
+        PollScope scope(-1);
+        auto start = std::chrono::steady_clock::now();
+        GetDocWeights(d.table, d.root, n, 1);
+        double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        EXPECT_LT(secs, 1.0) << "weighing one document of " << n << " matched terms";
+        EXPECT_GE(polls, n / 4096) << "polls while going through one document's hits";
+        EXPECT_GT(d.table.entries[0].weight, 0.0);
+    }
+    PollScope scope(5);
+    EXPECT_THROW(GetDocWeights(d.table, d.root, n, 1), Error);
+    FitData data;
+    EXPECT_THROW(AddAnswer(data, d.table, d.root, n, 1, [](RowKey) { return true; }), Error);
 }
 
 TEST(WordHashSpeed, ManyDistinctTermsAddFindAndSort) {

@@ -236,9 +236,10 @@ SELECT formatconvert('format(evil):/tmp/doc_filt_regress/ls.1', 'format(ascii):/
 \echo :LAST_ERROR_SQLSTATE
 RESET ROLE;
 DROP ROLE doc_filt_other;
+-- A bare step name is looked up in the extension's schema only: the
+-- function of the same name first on the search path is not taken for it.
 SET search_path = doc_filt_own, public;
 SELECT formatconvert('format(postscript):/tmp/doc_filt_regress/ls.1', 'format(ascii):/tmp/doc_filt_regress/e.txt');
-\echo :LAST_ERROR_SQLSTATE
 RESET search_path;
 SELECT doc_filt.exists('/tmp/doc_filt_regress/evil_ran') AS program_ran;
 DELETE FROM "DocumentConversions" WHERE NOT installed;
