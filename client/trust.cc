@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 
@@ -144,8 +145,86 @@ bool NamedInStatement(const std::string &statement, const std::string &path) {
     return doubled != path && FindWord(statement, doubled);
 }
 
+namespace {
+
+bool IdentChar(char c) { return std::isalnum((unsigned char)c) || c == '_' || c == '$'; }
+
+// The end of the parenthesised list that opens at s[open]: after its
+// closing parenthesis, or the end of s.  Quoted literals and identifiers
+// are passed over whole.
+size_t ListEnd(const std::string &s, size_t open) {
+    int depth = 0;
+    for (size_t i = open; i < s.size(); i++) {
+        char c = s[i];
+        if (c == '\'' || c == '"') {
+            size_t close = s.find(c, i + 1);
+            while (close != std::string::npos && close + 1 < s.size() && s[close + 1] == c)
+                close = s.find(c, close + 2);
+            if (close == std::string::npos) return s.size();
+            i = close;
+        } else if (c == '(') {
+            depth++;
+        } else if (c == ')' && --depth == 0) {
+            return i + 1;
+        }
+    }
+    return s.size();
+}
+
+// The functions of the extension that write client files.
+const char *const kWriters[] = {"getdoc", "dt_export", "dt_converttx", "putclientfile"};
+
+}  // namespace
+
+std::string WriterArguments(const std::string &s) {
+    // The text in lower case with string literals blanked: a writer's
+    // name inside a literal is no call.
+    std::string lower(s);
+    bool quoted = false;
+    for (char &c : lower) {
+        if (c == '\'') {
+            quoted = !quoted;  // a doubled quote closes and opens again
+        } else {
+            c = quoted ? ' ' : (char)std::tolower((unsigned char)c);
+        }
+    }
+    std::string out;
+    for (const char *w : kWriters) {
+        size_t len = std::strlen(w);
+        for (size_t at = lower.find(w); at != std::string::npos; at = lower.find(w, at + 1)) {
+            if (at > 0 && IdentChar(lower[at - 1])) continue;
+            size_t k = at + len;
+            if (k < lower.size() && lower[k] == '"' && at > 0 && lower[at - 1] == '"') k++;
+            while (k < lower.size() && std::isspace((unsigned char)lower[k])) k++;
+            if (k >= lower.size() || lower[k] != '(') continue;
+            out += s.substr(k, ListEnd(s, k) - k);
+            out += '\n';
+        }
+    }
+    return out;
+}
+
 bool MayServe(const Trust &t, const std::string &path, bool forWrite, std::string &why) {
     if (t.trustServer) return true;
+    if (forWrite) {
+        // Only what the statement gives a function that writes client
+        // files may be written: a path the statement names elsewhere (a
+        // document to read, in an INSERT) is the server's to read, never
+        // to replace.
+        Trust writing = t;
+        writing.statement = WriterArguments(t.statement);
+        writing.trustServer = false;
+        if (writing.statement.empty()) {
+            why = "the statement calls no function that writes client files (GetDoc, dt_Export, dt_ConvertTx, "
+                  "PutClientFile), so docsql writes no file for it";
+            return false;
+        }
+        return MayServeNamed(writing, path, true, why);
+    }
+    return MayServeNamed(t, path, false, why);
+}
+
+bool MayServeNamed(const Trust &t, const std::string &path, bool forWrite, std::string &why) {
     if (path.empty() || path.find('\0') != std::string::npos) {
         why = "not a file name";
         return false;

@@ -19,6 +19,8 @@
 //    component may follow, and the file (for a push: its directory) must
 //    resolve, symbolic links followed, to a place in that directory;
 //  - or the user gave --trust-server.
+// A path may be written only when the statement gives it (or its
+// directory or prefix, as above) to a function that writes client files.
 // A push never replaces a symbolic link and never creates directories.
 #pragma once
 
@@ -34,8 +36,19 @@ struct Trust {
 };
 
 // Whether `path` may be read (forWrite false) or written for the running
-// statement.  When not, `why` says so in words for the user.
+// statement.  When not, `why` says so in words for the user.  A write is
+// judged only by the argument lists of the statement's calls of functions
+// that write client files (WriterArguments): a path named only elsewhere
+// in the statement may be read, never written.
 bool MayServe(const Trust &t, const std::string &path, bool forWrite, std::string &why);
+
+// The rules above applied to the whole of t.statement (no --trust-server).
+bool MayServeNamed(const Trust &t, const std::string &path, bool forWrite, std::string &why);
+
+// The argument lists, with their parentheses, of the calls in the
+// statement text of GetDoc, dt_Export, dt_ConvertTx and PutClientFile
+// (any case, schema-qualified or quoted), one a line; "" when none.
+std::string WriterArguments(const std::string &statement);
 
 // The path prefixes the statement text names: literals that begin with
 // "/" and end in "/" or are followed by "||".

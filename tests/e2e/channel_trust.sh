@@ -30,7 +30,7 @@ END \$\$" -c "CREATE VIEW news AS SELECT evil_push() AS headline" -c "GRANT SELE
 out=$(as victim -c "SELECT * FROM news")
 same "$bashrc_md5" "$(md5of "$VHOME/.bashrc")" "a view's push notices do not replace the victim's .bashrc"
 has "cannot write client file \"$VHOME/.bashrc\"" "$out" "docsql says it refused the file"
-has "does not name it" "$out" "and why"
+has "writes no file for it" "$out" "and why"
 check "no stray file beside it" test -z "$(find "$VHOME" -maxdepth 1 -name '.bashrc.docsql-*')"
 
 # A SECURITY DEFINER trigger on a table the victim inserts into pulls the
@@ -65,6 +65,26 @@ mkdir "$VHOME/out2"
 ln -s "$VHOME/.bashrc" "$VHOME/out2/1.txt"
 out=$(as victim -c "SELECT GetDoc(body, '$VHOME/out2/') FROM mydocs WHERE id = 1")
 same "$bashrc_md5" "$(md5of "$VHOME/.bashrc")" "a push never replaces a symbolic link, even in a named directory"
+
+# A trigger of another role on a table the victim inserts into sends the
+# push notices for the very file the victim's INSERT names to be read: a
+# path named for reading is never written.
+data2_md5=$(md5of "$VHOME/data/2.txt")
+as mallory -c "CREATE TABLE inbox (id int, body doc)" -c "GRANT INSERT ON inbox TO victim" \
+  -c "CREATE FUNCTION overwrite() RETURNS trigger LANGUAGE plpgsql AS \$\$
+BEGIN
+  RAISE INFO USING MESSAGE = '$VHOME/data/2.txt', DETAIL = '$n', ERRCODE = 'XDC02';
+  RAISE INFO USING MESSAGE = '$data', ERRCODE = 'XDC03';
+  RAISE INFO USING MESSAGE = '$n', ERRCODE = 'XDC04';
+  RETURN NEW;
+END \$\$" -c "CREATE TRIGGER overwrite BEFORE INSERT ON inbox FOR EACH ROW EXECUTE FUNCTION overwrite()" >/dev/null
+out=$(as victim -c "INSERT INTO inbox VALUES (1, 'format(ascii):$VHOME/data/2.txt')")
+same "$data2_md5" "$(md5of "$VHOME/data/2.txt")" "a trigger's push to the file the INSERT reads does not replace it"
+has "cannot write client file \"$VHOME/data/2.txt\"" "$out" "docsql reports the refused write"
+has "no function that writes client files" "$out" "and why"
+out=$(as victim -c "INSERT INTO inbox SELECT i, ('format(ascii):$VHOME/data/' || i || '.txt')::doc FROM generate_series(1, 2) i")
+same "$data2_md5" "$(md5of "$VHOME/data/2.txt")" "nor a file under a directory the INSERT reads"
+has "cannot write client file" "$out" "that write is reported too"
 
 # The options widen it on purpose.
 out=$(PGUSER=victim HOME=$VHOME "$DOCSQL" -X -qtA --allow-dir "$VHOME/data" -c "INSERT INTO mydocs SELECT 3, ('format(ascii):' || '$VHOME' || '/data/2.txt')::doc" 2>&1)

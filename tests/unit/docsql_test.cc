@@ -255,9 +255,40 @@ TEST(Trust, DirectoryRuleStaysInTheDirectory) {
     EXPECT_FALSE(Serves(t, td.root + "/data/out/secret"));   // a directory link out of it
     EXPECT_FALSE(Serves(t, td.root + "/data/link.txt"));     // a file link out of it
     EXPECT_FALSE(Serves(t, td.root + "/other/secret"));
+    // A statement that reads the directory writes nothing in it.
+    EXPECT_FALSE(Serves(t, td.root + "/data/new.txt", true));
+    EXPECT_FALSE(Serves(t, td.root + "/data/1.txt", true));
+    t.statement = "SELECT dt_Export(body, '" + td.root + "/data/' || id) FROM t";
     EXPECT_TRUE(Serves(t, td.root + "/data/new.txt", true));
     EXPECT_FALSE(Serves(t, td.root + "/data/out/new.txt", true));
     EXPECT_FALSE(Serves(t, td.root + "/data/link.txt", true));  // never replaces a link
+}
+
+TEST(Trust, OnlyTheArgumentsOfAWritingFunctionMayBeWritten) {
+    TrustDir td;
+    docsql::Trust t;
+    std::string src = td.root + "/data/1.txt";
+    // The user's INSERT names its file to be read; a trigger of another
+    // role that pushes to it must not replace it.
+    t.statement = "INSERT INTO t VALUES (1, 'format(ascii):" + src + "')";
+    EXPECT_TRUE(Serves(t, src));
+    EXPECT_FALSE(Serves(t, src, true));
+    std::string why;
+    EXPECT_FALSE(docsql::MayServe(t, src, true, why));
+    EXPECT_NE(why.find("no function that writes client files"), std::string::npos) << why;
+    // Read in one place, written in another: only the writer's argument.
+    t.statement = "SELECT GetDoc(body, '" + td.root + "/other') FROM t WHERE body = 'format(ascii):" + src + "'";
+    EXPECT_FALSE(Serves(t, src, true));
+    EXPECT_TRUE(Serves(t, td.root + "/other/1.txt", true));
+    EXPECT_EQ("(body, '" + td.root + "/other')\n", docsql::WriterArguments(t.statement));
+    // Any case, qualified or quoted names; a word that only ends in a
+    // writer's name is not one.
+    EXPECT_EQ("('a', 'b')\n", docsql::WriterArguments("select public.PUTCLIENTFILE ('a', 'b')"));
+    EXPECT_EQ("(d, 'x(y)')\n", docsql::WriterArguments("select \"dt_export\"(d, 'x(y)')"));
+    EXPECT_EQ("", docsql::WriterArguments("select my_getdoc(d, 'x')"));
+    EXPECT_EQ("", docsql::WriterArguments("select 'getdoc(d, x)'::text"));
+    t.trustServer = true;
+    EXPECT_TRUE(Serves(t, src, true));
 }
 
 TEST(Trust, AllowDirAndTrustServer) {
