@@ -59,12 +59,15 @@ std::string DirOf(const std::string &path) {
     return path.substr(0, slash);
 }
 
-bool HasDotDot(const std::string &rest) {
+// Whether the part of a path below a prefix goes up (a ".." component) or
+// into a hidden file or directory (a component that starts with "."): a
+// prefix serves neither; such a file is served only when named whole.
+bool GoesUpOrHidden(const std::string &rest) {
     size_t start = 0;
     while (start <= rest.size()) {
         size_t slash = rest.find('/', start);
         std::string part = rest.substr(start, slash == std::string::npos ? std::string::npos : slash - start);
-        if (part == "..") return true;
+        if (!part.empty() && part[0] == '.') return true;
         if (slash == std::string::npos) break;
         start = slash + 1;
     }
@@ -83,7 +86,7 @@ bool Under(const std::string &real, const std::string &realdir) {
 bool UnderPrefix(const std::string &path, const std::string &prefix, bool forWrite) {
     if (prefix.empty()) return false;
     if (path.size() <= prefix.size() || path.compare(0, prefix.size(), prefix) != 0) return false;
-    if (HasDotDot(path.substr(prefix.size()))) return false;
+    if (GoesUpOrHidden(path.substr(prefix.size()))) return false;
     std::string dir = prefix.back() == '/' ? prefix : DirOf(prefix);
     std::string realdir = Real(dir);
     if (realdir.empty()) return false;

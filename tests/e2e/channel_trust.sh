@@ -86,6 +86,12 @@ out=$(as victim -c "INSERT INTO inbox SELECT i, ('format(ascii):$VHOME/data/' ||
 same "$data2_md5" "$(md5of "$VHOME/data/2.txt")" "nor a file under a directory the INSERT reads"
 has "cannot write client file" "$out" "that write is reported too"
 
+# A prefix serves no hidden file or directory below it (~/.ssh, ~/.bashrc):
+# those are read only when the statement names them whole.
+out=$(as victim -c "INSERT INTO mydocs SELECT 9, ('format(ascii):$VHOME/' || '.bashrc')::doc")
+has "refused to send client file \"$VHOME/.bashrc\"" "$out" "a prefix does not give away a hidden file under it"
+same "0" "$(psql -X -qtA -c "SELECT count(*) FROM mydocs WHERE id = 9")" "nothing of it reached the server"
+
 # The options widen it on purpose.
 out=$(PGUSER=victim HOME=$VHOME "$DOCSQL" -X -qtA --allow-dir "$VHOME/data" -c "INSERT INTO mydocs SELECT 3, ('format(ascii):' || '$VHOME' || '/data/2.txt')::doc" 2>&1)
 same "3" "$(psql -X -qtA -c "SELECT count(*) FROM mydocs")" "--allow-dir serves files under that directory"

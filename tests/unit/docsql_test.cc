@@ -208,7 +208,8 @@ struct TrustDir {
         root = mkdtemp(tmpl);
         mkdir((root + "/data").c_str(), 0755);
         mkdir((root + "/other").c_str(), 0755);
-        for (const char *f : {"/data/1.txt", "/other/secret", "/data/x.txt"}) {
+        mkdir((root + "/data/.ssh").c_str(), 0700);
+        for (const char *f : {"/data/1.txt", "/other/secret", "/data/x.txt", "/data/.hidden", "/data/.ssh/id_rsa"}) {
             FILE *fp = fopen((root + f).c_str(), "w");
             fputs("x", fp);
             fclose(fp);
@@ -252,6 +253,13 @@ TEST(Trust, DirectoryRuleStaysInTheDirectory) {
     t.statement = "INSERT INTO t SELECT ('format(ascii):" + td.root + "/data/' || id)::doc FROM ids";
     EXPECT_TRUE(Serves(t, td.root + "/data/1.txt"));
     EXPECT_FALSE(Serves(t, td.root + "/data/../other/secret"));
+    // Hidden files and directories under a prefix are served only when
+    // named whole.
+    EXPECT_FALSE(Serves(t, td.root + "/data/.hidden"));
+    EXPECT_FALSE(Serves(t, td.root + "/data/.ssh/id_rsa"));
+    EXPECT_FALSE(Serves(t, td.root + "/data/./1.txt"));
+    t.statement += " UNION SELECT 'format(ascii):" + td.root + "/data/.hidden'";
+    EXPECT_TRUE(Serves(t, td.root + "/data/.hidden"));  // named whole
     EXPECT_FALSE(Serves(t, td.root + "/data/out/secret"));   // a directory link out of it
     EXPECT_FALSE(Serves(t, td.root + "/data/link.txt"));     // a file link out of it
     EXPECT_FALSE(Serves(t, td.root + "/other/secret"));
