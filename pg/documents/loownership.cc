@@ -387,6 +387,15 @@ Datum pgdoc_dt_ClaimLargeObjects(PG_FUNCTION_ARGS) {
             dt::pg::CheckInterrupts();
             Oid newoid = dt::pg::ColumnObject(newtup, desc, i);
             if (newoid == InvalidOid) continue;
+            // A temporary table goes at the end of its session or
+            // transaction without a DROP that the module sees, so its rows
+            // could never give their objects back.
+            if (td->tg_relation->rd_rel->relpersistence == RELPERSISTENCE_TEMP)
+                throw dt::Error::User(std::string("a document stored as a large object cannot be kept in temporary table \"") +
+                                          RelationGetRelationName(td->tg_relation) + "\"",
+                                      "0A000",
+                                      "Keep such documents in an ordinary or unlogged table, or keep the text in the row "
+                                      "(dt_FromText).");
             // A fresh object is taken even when the update leaves the value
             // as it was: rows that CREATE TABLE ... AS wrote before the
             // triggers were attached hold fresh objects of their own.

@@ -146,6 +146,55 @@ BEGIN
     END LOOP;
 END $$;
 COMMENT ON FUNCTION dt_AttachOnCreate() IS 'event trigger: attaches the large-object triggers to new and altered tables';
+-- After an ALTER TABLE: a doc column whose type was changed (ALTER COLUMN
+-- ... TYPE) no longer holds the documents recorded for it, so their large
+-- objects go as for a dropped column.  No code of the table's owner runs.
+CREATE FUNCTION dt_ReleaseRetypedColumns() RETURNS event_trigger
+LANGUAGE plpgsql SECURITY DEFINER SET search_path = pg_catalog, pg_temp AS $$
+DECLARE
+    r record;
+BEGIN
+    FOR r IN SELECT DISTINCT l.relid, l.attnum FROM @extschema@.dt_large_objects l
+             JOIN pg_catalog.pg_event_trigger_ddl_commands() d ON d.objid OPERATOR(pg_catalog.=) l.relid::pg_catalog.oid
+             JOIN pg_catalog.pg_attribute a ON a.attrelid OPERATOR(pg_catalog.=) l.relid::pg_catalog.oid
+                                           AND a.attnum OPERATOR(pg_catalog.=) l.attnum
+             WHERE d.object_type OPERATOR(pg_catalog.=) 'table'
+               AND d.classid OPERATOR(pg_catalog.=) 'pg_catalog.pg_class'::pg_catalog.regclass
+               AND a.atttypid OPERATOR(pg_catalog.<>) '@extschema@.doc'::pg_catalog.regtype
+    LOOP
+        PERFORM @extschema@.dt_DropTableLargeObjects(r.relid::pg_catalog.oid, r.attnum);
+    END LOOP;
+END $$;
+COMMENT ON FUNCTION dt_ReleaseRetypedColumns() IS 'event trigger: removes the large objects of doc columns changed to another type';
+CREATE EVENT TRIGGER dt_release_retyped_columns ON ddl_command_end
+    WHEN TAG IN ('ALTER TABLE')
+    EXECUTE FUNCTION dt_ReleaseRetypedColumns();
+
+-- A materialized view cannot own large objects (no row triggers run on its
+-- refresh), so it may not hold documents.
+CREATE FUNCTION dt_RefuseMaterializedDocs() RETURNS event_trigger
+LANGUAGE plpgsql SET search_path = pg_catalog, pg_temp AS $$
+DECLARE
+    r record;
+BEGIN
+    FOR r IN SELECT d.objid FROM pg_catalog.pg_event_trigger_ddl_commands() d
+             WHERE d.object_type OPERATOR(pg_catalog.=) 'materialized view'
+               AND d.classid OPERATOR(pg_catalog.=) 'pg_catalog.pg_class'::pg_catalog.regclass
+               AND EXISTS (SELECT 1 FROM pg_catalog.pg_attribute a
+                           WHERE a.attrelid OPERATOR(pg_catalog.=) d.objid AND a.attnum OPERATOR(pg_catalog.>) 0
+                             AND NOT a.attisdropped
+                             AND a.atttypid OPERATOR(pg_catalog.=) '@extschema@.doc'::pg_catalog.regtype)
+    LOOP
+        RAISE EXCEPTION 'materialized view % cannot hold documents', r.objid::pg_catalog.regclass
+            USING ERRCODE = '0A000',
+                  HINT = 'Documents own their large objects through the row triggers of a table: use CREATE TABLE ... AS, or a materialized view of other columns (GetDocText(body) for the text).';
+    END LOOP;
+END $$;
+COMMENT ON FUNCTION dt_RefuseMaterializedDocs() IS 'event trigger: refuses materialized views with doc columns';
+CREATE EVENT TRIGGER dt_refuse_materialized_docs ON ddl_command_end
+    WHEN TAG IN ('CREATE MATERIALIZED VIEW')
+    EXECUTE FUNCTION dt_RefuseMaterializedDocs();
+
 CREATE EVENT TRIGGER dt_attach_large_object_triggers ON ddl_command_end
     WHEN TAG IN ('CREATE TABLE', 'CREATE TABLE AS', 'SELECT INTO', 'ALTER TABLE')
     EXECUTE FUNCTION dt_AttachOnCreate();

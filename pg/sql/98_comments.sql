@@ -75,6 +75,8 @@ COMMENT ON FUNCTION TopNTerms(doc, integer) IS 'the n most frequent terms of a d
 -- Large objects.
 COMMENT ON EVENT TRIGGER dt_drop_large_objects IS 'removes the large objects of dropped tables and doc columns';
 COMMENT ON EVENT TRIGGER dt_attach_large_object_triggers IS 'gives every new or altered table with doc columns its large-object triggers';
+COMMENT ON EVENT TRIGGER dt_release_retyped_columns IS 'removes the large objects of doc columns an ALTER TABLE changes to another type';
+COMMENT ON EVENT TRIGGER dt_refuse_materialized_docs IS 'refuses materialized views with doc columns';
 
 -- Queries.
 COMMENT ON FUNCTION Contains(doc, text) IS
