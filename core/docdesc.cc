@@ -92,6 +92,15 @@ DocDesc::~DocDesc() {
     }
 }
 
+namespace {
+// A NUL byte of a document's data separates words as white space does: the
+// buffer ends its usable text with a NUL of its own, which a NUL of the
+// data would otherwise stand for, and the text after it would go unread.
+void NulsToSpaces(char *p, int n) {
+    for (char *e = p + n; (p = (char *)std::memchr(p, '\0', (size_t)(e - p))) != nullptr; p++) *p = ' ';
+}
+}  // namespace
+
 void _dt_FreeDocDesc(DocDesc &doc) { CloseSource(doc); }
 
 int _dt_InitDocDesc(DocDesc &doc, const char *docfilename, DocType doctype, int small_len,
@@ -129,6 +138,7 @@ int _dt_InitDocDesc(DocDesc &doc, const char *docfilename, DocType doctype, int 
         doc.doc_fd = -1;
         doc.doc_len = small_len;
         if (small_len > 0) std::memcpy(doc.doc_buf, docfilename, (size_t)small_len);
+        NulsToSpaces(doc.doc_buf, small_len);
         doc.doc_buf[small_len] = '\0';
         return small_len;
     }
@@ -180,6 +190,7 @@ int _dt_GetDocBuffer(DocDesc &doc) {
             MarkExhausted(doc);
             return 0;
         }
+        NulsToSpaces(doc.doc_buf + keep, got);
         doc.doc_buf[keep + got] = '\0';
         // The last white space after the first byte: in the new data, else
         // in the kept bytes.

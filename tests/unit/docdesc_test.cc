@@ -41,6 +41,27 @@ std::string Code(const std::function<void()> &f) {
 }
 }  // namespace
 
+TEST(DocBuffer, TextAfterANulByteIsRead) {
+    // In a file, and across the buffer's refills.
+    std::string text = std::string("alpha beta\0gamma", 16) + " " + Repeat("dog ", 1000) + std::string("\0\0zebra\0", 9) + "end\n";
+    auto terms = FileTerms(text);
+    EXPECT_EQ(terms["alpha"], 1);
+    EXPECT_EQ(terms["beta"], 1);
+    EXPECT_EQ(terms["gamma"], 1);
+    EXPECT_EQ(terms["dog"], 1000);
+    EXPECT_EQ(terms["zebra"], 1);
+    EXPECT_EQ(terms["end"], 1);
+    // In memory.
+    std::string small("one\0two three", 13);
+    DocDesc d;
+    EXPECT_EQ(_dt_InitDocDesc(d, small.data(), SmallDocType, (int)small.size()), 13);
+    std::map<std::string, int> words;
+    while (const char *t = _dt_GetWordFromDoc(d)) words[t]++;
+    EXPECT_EQ(words["one"], 1);
+    EXPECT_EQ(words["two"], 1);
+    EXPECT_EQ(words["three"], 1);
+}
+
 TEST(DocBuffer, SmallTextOfExactly2048BytesFillsTheBuffer) {
     std::string text = Repeat("dog ", 511) + "cats";
     ASSERT_EQ(text.size(), 2048u);
